@@ -1,0 +1,12 @@
+# -DTRANSFER_SANITIZE=address  : AddressSanitizer + UndefinedBehaviorSanitizer
+# -DTRANSFER_SANITIZE=thread   : ThreadSanitizer
+if(TRANSFER_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer
+                      -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(TRANSFER_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NOT TRANSFER_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "TRANSFER_SANITIZE must be empty, address or thread")
+endif()

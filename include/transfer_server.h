@@ -1,0 +1,232 @@
+/*
+ * transfer_server.h - the request path of the transfer engine: wire records and frame
+ * operations, the request descriptor, slot-to-channel routing, channel set-up,
+ * start-up, the worker threads and the command-line parsers of the host tools.
+ *
+ * Every multi-byte frame field is little-endian as stored; frames the library sends
+ * begin with 0x55 0xBB (delimiter 0xBB55). Results are int32_t: 0 or a count on
+ * success, a negative code otherwise (-4000 refused, -4004 null buffer, ...).
+ */
+#ifndef TRANSFER_SERVER_H
+#define TRANSFER_SERVER_H
+
+#include <stdint.h>
+
+#include "transfer_manage.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#ifndef SDK_API
+#define SDK_API __attribute__((visibility("default")))
+#endif
+
+/* ------------------------------------------------------------------ descriptor values */
+
+typedef enum { FRAME_READ = 0, FRAME_WRITE = 1 } frame_code;
+
+typedef enum {
+    BODY_ADDRESS = 0,
+    BODY_TLV = 1,
+    BODY_RECVCARD = 2,
+    MAX_BODY_TYPE = 3
+} request_body_type;
+
+enum { EN_REQUEST_ACK = 0, EN_REQUEST_NO_ACK = 1 };
+
+typedef enum { FRAME_RESERVED = 0, FRAME_SLOT = 1 } frame_type_e;
+
+/* ------------------------------------------------------------------ wire records */
+
+#define SDK_FRAME_DELIMITER 0xBB55
+#define SDK_FRAME_HEADER_LEN 10
+#define SDK_FRAME_MAX_LEN 65535
+
+typedef struct __attribute__((packed)) {
+    uint16_t n_delimiter; /* 0xBB55 */
+    uint8_t n_version;
+    uint8_t n_priotity;
+    uint8_t n_check_type;
+    uint8_t n_frame_type; /* FRAME_SLOT */
+    uint16_t n_lable;
+    uint16_t n_len; /* bytes after the frame header, checksums included */
+} frame_header_t;
+
+typedef struct __attribute__((packed)) {
+    uint8_t n_requset_param;
+} a_request_header_t;
+
+/* Bits of n_requset_param: 6 acknowledgement asked, 5 write, 4 report (serial receive
+ * only), 3..0 body type. */
+#define SDK_PARAM_ACK_BIT 0x40u
+#define SDK_PARAM_WRITE_BIT 0x20u
+#define SDK_PARAM_REPORT_BIT 0x10u
+#define SDK_PARAM_BODY_MASK 0x0Fu
+
+typedef struct __attribute__((packed)) {
+    uint8_t n_requset_param;
+    uint8_t n_device_type;
+    uint16_t n_device_index;
+    uint64_t n_group;
+} b_request_header_t;
+
+typedef struct __attribute__((packed)) {
+    uint32_t n_header_type; /* 1 selects header B, the only one built */
+    a_request_header_t st_a_header;
+    b_request_header_t st_b_header;
+} request_header_t;
+
+typedef struct __attribute__((packed)) {
+    uint32_t n_addr;
+    int16_t n_err_code;
+    uint16_t n_len;
+} a_request_body_t;
+
+typedef struct __attribute__((packed)) {
+    uint32_t n_tag;
+    int16_t n_err_code;
+    uint16_t n_len;
+} b_request_body_t;
+
+typedef struct __attribute__((packed)) {
+    uint8_t n_device_type;
+    uint8_t n_port_id;
+    uint16_t n_rvcard_index;
+    uint8_t n_op_code;
+    int8_t n_reserved;
+    uint32_t n_reg_addr;
+    uint16_t n_data_len;
+} rvcard_request_body_t;
+
+typedef struct __attribute__((packed)) {
+    uint32_t n_body_type; /* low four bits of the parameter byte */
+    a_request_body_t st_a_body;
+    b_request_body_t st_b_body;
+    rvcard_request_body_t st_rvcard_body;
+} request_body_t;
+
+/* The 38-byte frame that asks a receiving card whether a request has been carried out. */
+typedef struct __attribute__((packed)) {
+    frame_header_t frame_header;
+    b_request_header_t request_header;
+    rvcard_request_body_t request_data;
+    uint16_t rvcard_checksum;
+    uint16_t packet_checksum;
+} rvcard_polling_packet_t;
+
+#define SDK_POLLING_REG_ADDR 0x02000200u
+#define SDK_RVCARD_CHECKSUM_SEED 0x5555u
+
+SDK_STATIC_ASSERT(sizeof(frame_header_t) == 10, "frame header is 10 bytes");
+SDK_STATIC_ASSERT(sizeof(b_request_header_t) == 12, "request header B is 12 bytes");
+SDK_STATIC_ASSERT(sizeof(request_header_t) == 17, "request_header_t layout");
+SDK_STATIC_ASSERT(sizeof(a_request_body_t) == 8, "address body is 8 bytes");
+SDK_STATIC_ASSERT(sizeof(b_request_body_t) == 8, "TLV body is 8 bytes");
+SDK_STATIC_ASSERT(sizeof(rvcard_request_body_t) == 12, "receiving-card body is 12 bytes");
+SDK_STATIC_ASSERT(sizeof(request_body_t) == 32, "request_body_t layout");
+SDK_STATIC_ASSERT(sizeof(rvcard_polling_packet_t) == 38, "polling frame is 38 bytes");
+
+/* ------------------------------------------------------------------ request descriptor */
+
+typedef struct __attribute__((packed)) {
+    uint32_t n_addr;
+    uint8_t n_device_type; /* transfer_device_type_e */
+    uint8_t n_device_index; /* DEVICE_ETH: Ethernet port, 0xFF all ports */
+    uint64_t n_group;
+} transfer_body_param;
+
+typedef struct __attribute__((packed)) {
+    uint32_t n_recvcard_id; /* 0xFFFF: all cards */
+} control_transfer_param_t;
+
+/* Request descriptor shared with the hosts: packed, no gaps between fields. */
+typedef struct __attribute__((packed)) {
+    transfer_section e_mode;
+    uint32_t n_mode_id;
+    uint32_t n_slot;
+    uint32_t n_reply_times;
+    uint32_t n_no_ack; /* EN_REQUEST_ACK / EN_REQUEST_NO_ACK */
+    uint32_t n_write_wait_time; /* microseconds */
+    uint32_t n_timeout;         /* milliseconds */
+    uint32_t n_polling_state;
+    uint32_t n_polling_time; /* milliseconds */
+    uint8_t n_broadcast_eth_id;
+    frame_code e_code;
+    uint32_t n_read_len;
+    request_body_type e_type;
+    transfer_body_param st_addr_param;
+    control_transfer_param_t st_control;
+    packet_data_t *p_packet_node; /* output: the in-flight record */
+} transfer_op_t;
+
+SDK_STATIC_ASSERT(sizeof(transfer_body_param) == 14, "transfer_body_param layout");
+SDK_STATIC_ASSERT(sizeof(transfer_op_t) == 67 + sizeof(void *), "transfer_op_t is packed");
+
+/* Endpoint description handed to sdk_udp_init. */
+#define SDK_IP_TEXT_LEN 255
+typedef struct {
+    char p_ip[SDK_IP_TEXT_LEN];
+    uint32_t n_port;
+} sock_addr_t;
+
+/* Results of the command-line parsers. */
+typedef enum {
+    EN_MID_ACK_TIMEOUT = -3,
+    EN_MID_ACK_POINTER_NULL = -2,
+    EN_MID_ACK_ARG_ERR = -1,
+    EN_MID_ACK_TRUE = 0,
+    EN_MID_ACK_INVALID = 1
+} en_mid_ack;
+
+/* ------------------------------------------------------------------ label and checksums */
+
+/* The mutex of the process-wide label counter; statically initialised, so labels can be
+ * taken before start-up. */
+SDK_API extern pthread_mutex_t st_lable_lock;
+
+/* Next label: 1, 2, ..., 65535, 1, ...; never 0. Thread-safe. */
+SDK_API uint16_t sdk_get_next_lable(void);
+
+/* 16-bit byte sum of n_len bytes; 0 for n_len 0; -4004 for a NULL buffer. */
+SDK_API int32_t sdk_transfer_checksum(uint8_t *p_send_buf, uint32_t n_len);
+/* 0 when the last two bytes of the frame hold the byte sum of the bytes before them,
+ * 1 when not; -4004 for a NULL buffer; -4000 for a frame shorter than 2 bytes. */
+SDK_API int32_t sdk_transfer_checksum_data(uint8_t *p_send_buf, uint32_t n_len);
+/* Copies the data of a received address-body frame to p_data; the count, or -4000 for
+ * a frame shorter than 32 bytes, another frame or body type, a data length over 9000 or
+ * data that would run past n_buf_len. p_data must hold 9000 bytes. */
+SDK_API int32_t sdk_get_protocol_data(int8_t *p_data, int8_t *p_recv, uint16_t n_buf_len);
+
+/* ------------------------------------------------------------------ frame builders */
+
+SDK_API int32_t sdk_packet_add_frame_header(frame_header_t *p_st_frame_header,
+                                            uint32_t n_transfer_id, transfer_op_t st_header);
+SDK_API int32_t sdk_packet_add_request_header(request_header_t *p_st_request_header,
+                                              uint32_t n_transfer_id, uint32_t n_type,
+                                              transfer_op_t st_header);
+SDK_API int32_t sdk_packet_add_request_body(request_body_t *p_st_request_body,
+                                            request_header_t p_st_request_header,
+                                            transfer_op_t st_header);
+/* Bytes in front of the data: 30 for address and TLV bodies, 34 for receiving cards. */
+SDK_API int32_t sdk_get_packet_length(request_header_t st_request_header,
+                                      request_body_t st_request_body);
+/* Assembles a whole frame into p_send_buf, which the caller has zeroed for the frame
+ * length (data + header length + checksums). */
+SDK_API int32_t sdk_packet_data(uint8_t *p_send_buf, uint8_t *p_wbuf, uint32_t n_buf_len,
+                                frame_header_t st_frame_header,
+                                request_header_t st_request_header,
+                                request_body_t st_request_body);
+
+/* ------------------------------------------------------------------ routing */
+
+/* Channel index of the request's slot, section and device index; -3 for a section
+ * other than FPGA or MCU; -4000 for an unknown slot, a flattened section index of 10
+ * or more, or an index outside the channel table. Reads only the configuration. */
+SDK_API int32_t sdk_get_transfer_map_id(transfer_op_t st_header);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TRANSFER_SERVER_H */

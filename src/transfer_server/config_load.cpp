@@ -1,0 +1,175 @@
+// First loading step of the transfer configuration: the board classes under "device",
+// the pool sizes and the receiving-card limits, and the channel table itself.
+#include <array>
+#include <cstdlib>
+
+#include "common/log.h"
+#include "common/result.h"
+#include "transfer_server.h"
+
+extern "C" {
+SDK_API transfer_info_t g_st_transfer;
+const char sections[MAX_MODE + 1][SDK_SECTION_NAME_LEN] = {"fpga", "mcu", "MAX_MODE"};
+}
+
+namespace {
+
+struct ClassDesc {
+    const char *key;
+    transfer_id_map_t transfer_info_t::*map;
+    const char *absent_msg;
+};
+
+constexpr std::array<ClassDesc, 4> kClasses = {{
+    {"main_card", &transfer_info_t::st_main_card, "maincard transfer is null "},
+    {"sub_card", &transfer_info_t::st_sub_card, "subcard transfer is null"},
+    {"backplane", &transfer_info_t::st_backplane, "backplane transfer is null"},
+    {"report", &transfer_info_t::st_report, "report transfer is null"},
+}};
+
+// Channel-id block [first, first + count) of one class.
+struct Block {
+    const char *key;
+    int64_t first;
+    int64_t count;
+};
+
+int32_t json_error() {
+    TLOGE(" json error code %d", sdk::kErrConfig);
+    return sdk::kErrConfig;
+}
+
+// Reads the five members of a present class object, in file order; a failure keeps what
+// was stored before it.
+int32_t read_class(mio_json *obj, transfer_id_map_t *map, int64_t *slots) {
+    int32_t slot_num = mio_json_getobjectitemint(obj, "slot_num");
+    if (slot_num < 0) return json_error();
+    int32_t v = mio_json_getobjectitemint(obj, "type_num");
+    if (v < 0) return json_error();
+    map->n_offset = v;
+    if ((v = mio_json_getobjectitemint(obj, "min_slot")) < 0) return json_error();
+    map->n_slot_min = v;
+    if ((v = mio_json_getobjectitemint(obj, "max_slot")) < 0) return json_error();
+    map->n_slot_max = v;
+    if ((v = mio_json_getobjectitemint(obj, "id_offset")) < 0) return json_error();
+    map->n_id_offset = v;
+    *slots = slot_num;
+    return sdk::kOk;
+}
+
+// Reads the named non-negative members of an optional object into the given fields.
+template <size_t N>
+int32_t read_counts(mio_json *obj, const std::array<const char *, N> &keys,
+                    const std::array<uint32_t *, N> &fields) {
+    for (size_t i = 0; i < N; ++i) {
+        int32_t v = mio_json_getobjectitemint(obj, keys[i]);
+        if (v < 0) return json_error();
+        *fields[i] = static_cast<uint32_t>(v);
+    }
+    return sdk::kOk;
+}
+
+// Open point settled here: blocks of different classes that overlap, or a block that runs
+// past the table, would make two boards share a channel record or make set-up write past
+// the table. Such a file is refused as malformed (-1000) before anything is allocated.
+int32_t check_blocks(const std::array<Block, 4> &blocks, int64_t total) {
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        const Block &a = blocks[i];
+        if (a.count == 0) continue;
+        if (a.first + a.count > total) {
+            TLOGE("class %s ids %lld..%lld outside the table of %lld channels", a.key,
+                  static_cast<long long>(a.first), static_cast<long long>(a.first + a.count - 1),
+                  static_cast<long long>(total));
+            return json_error();
+        }
+        for (size_t j = i + 1; j < blocks.size(); ++j) {
+            const Block &b = blocks[j];
+            if (b.count != 0 && a.first < b.first + b.count && b.first < a.first + a.count) {
+                TLOGE("classes %s and %s share channel ids", a.key, b.key);
+                return json_error();
+            }
+        }
+    }
+    return sdk::kOk;
+}
+
+int32_t load(mio_json *root) {
+    // Start-up loads once; a repeated load (tests, tools) replaces the earlier table.
+    free(g_st_transfer.st_info);
+    g_st_transfer.st_info = nullptr;
+    g_st_transfer.n_num = 0;
+
+    mio_json *device = mio_json_getobjectitem(root, "device");
+    if (device == nullptr) {
+        TLOGE("error code %d", sdk::kErrNoDevice);
+        return sdk::kErrNoDevice;
+    }
+
+    std::array<Block, 4> blocks{};
+    int64_t total = 0;
+    for (size_t i = 0; i < kClasses.size(); ++i) {
+        const ClassDesc &c = kClasses[i];
+        blocks[i] = Block{c.key, 0, 0};
+        mio_json *obj = mio_json_getobjectitem(device, c.key);
+        if (obj == nullptr) {
+            TLOGI("%s", c.absent_msg);
+            continue;
+        }
+        transfer_id_map_t *map = &(g_st_transfer.*c.map);
+        int64_t slots = 0;
+        if (int32_t ret = read_class(obj, map, &slots); ret != sdk::kOk) return ret;
+        blocks[i] = Block{c.key, map->n_id_offset, slots * map->n_offset};
+        total += blocks[i].count;
+    }
+
+    transfer_format_t &fmt = g_st_transfer.st_format;
+    if (mio_json *obj = mio_json_getobjectitem(root, "transfer_param"); obj != nullptr) {
+        int32_t ret = read_counts<4>(
+            obj, {"send_list_num", "send_thread_num", "monitor_list_num", "monitor_thread_num"},
+            {&fmt.n_send_list_num, &fmt.n_send_thread_num, &fmt.n_monitor_list_num,
+             &fmt.n_monitor_thread_num});
+        if (ret != sdk::kOk) return ret;
+    } else {
+        TLOGI("transfer_param is null used default");
+        fmt.n_send_list_num = fmt.n_send_thread_num = 1;
+        fmt.n_monitor_list_num = fmt.n_monitor_thread_num = 1;
+    }
+
+    if (mio_json *obj = mio_json_getobjectitem(root, "rvcard_param"); obj != nullptr) {
+        int32_t ret = read_counts<2>(obj, {"eth_max", "rvcard_max"},
+                                     {&fmt.n_rvcard_eth_max, &fmt.n_rvcard_max});
+        if (ret != sdk::kOk) return ret;
+    } else {
+        TLOGI("rvcard_param is null used default");
+        fmt.n_rvcard_eth_max = 0;
+        fmt.n_rvcard_max = 0;
+    }
+
+    // Each class contributes at most INT32_MAX^2 ids, so the sum cannot overflow int64;
+    // a table that n_num (int32) cannot count is malformed.
+    if (total > INT32_MAX) {
+        TLOGE("channel table of %lld records is too large", static_cast<long long>(total));
+        return json_error();
+    }
+    if (int32_t ret = check_blocks(blocks, total); ret != sdk::kOk) return ret;
+
+    // One spare record so that an empty table is a valid allocation too.
+    auto *table = static_cast<transfer_data_t *>(calloc(static_cast<size_t>(total) + 1,
+                                                       sizeof(transfer_data_t)));
+    if (table == nullptr) {
+        TLOGE("error code %d", sdk::kErrNoMemory);
+        return sdk::kErrNoMemory;
+    }
+    g_st_transfer.st_info = table;
+    g_st_transfer.n_num = static_cast<int32_t>(total);
+    return sdk::kOk;
+}
+
+}  // namespace
+
+extern "C" SDK_API int32_t sdk_device_transfer_mem_init(mio_json *p_transfer_root) {
+    TLOGI("start!");
+    int32_t ret = load(p_transfer_root);
+    TLOGI("end ret :%d", ret);
+    return ret;
+}
