@@ -24,7 +24,8 @@ inline uint32_t get_le32(const uint8_t *p) {
 // Sum of the bytes taken as unsigned values, modulo 65536.
 inline uint16_t byte_sum16(const uint8_t *p, size_t n) {
     uint32_t sum = 0;
-    for (size_t i = 0; i < n; ++i) sum += p[i];
+    for (size_t i = 0; i < n; ++i)
+        sum += p[i];
     return static_cast<uint16_t>(sum);
 }
 

@@ -13,21 +13,23 @@ namespace sdk {
 
 // The category pointers are written by the initialisers while other threads may log;
 // read them with an atomic load so a reload never tears.
-inline zlog_category_t *log_category() { return __atomic_load_n(&sdk_log_rules, __ATOMIC_ACQUIRE); }
+inline zlog_category_t *log_category() {
+    return __atomic_load_n(&sdk_log_rules, __ATOMIC_ACQUIRE);
+}
 inline zlog_category_t *printf_category() {
     return __atomic_load_n(&sdk_printf_rules, __ATOMIC_ACQUIRE);
 }
 
 }  // namespace sdk
 
-#define SDK_LOG_TO(cat_expr, tag, level, ...)                                                   \
-    do {                                                                                        \
-        zlog_category_t *sdk_cat_ = (cat_expr);                                                 \
-        if (sdk_cat_ != nullptr && zlog_level_enabled(sdk_cat_, (level))) {                     \
-            zlog_put_mdc("tag", tag_tab[(tag)]);                                                \
-            zlog(sdk_cat_, __FILE__, sizeof(__FILE__) - 1, __func__, sizeof(__func__) - 1,      \
-                 __LINE__, (level), __VA_ARGS__);                                               \
-        }                                                                                       \
+#define SDK_LOG_TO(cat_expr, tag, level, ...)                                              \
+    do {                                                                                   \
+        zlog_category_t *sdk_cat_ = (cat_expr);                                            \
+        if (sdk_cat_ != nullptr && zlog_level_enabled(sdk_cat_, (level))) {                \
+            zlog_put_mdc("tag", tag_tab[(tag)]);                                           \
+            zlog(sdk_cat_, __FILE__, sizeof(__FILE__) - 1, __func__, sizeof(__func__) - 1, \
+                 __LINE__, (level), __VA_ARGS__);                                          \
+        }                                                                                  \
     } while (0)
 
 // The library's log ("sdk" category).

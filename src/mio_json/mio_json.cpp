@@ -43,7 +43,9 @@ SDK_API mio_json *mio_json_fromstring(const char *p_text) {
     return p_text == nullptr ? nullptr : cJSON_Parse(p_text);
 }
 
-SDK_API void mio_json_delete(mio_json *p_root) { cJSON_Delete(p_root); }
+SDK_API void mio_json_delete(mio_json *p_root) {
+    cJSON_Delete(p_root);
+}
 
 SDK_API mio_json *mio_json_getobjectitem(mio_json *p_node, const char *p_key) {
     if (p_node == nullptr || p_key == nullptr || !cJSON_IsObject(p_node)) return nullptr;

@@ -42,7 +42,9 @@ int32_t log_start(zlog_start_fn start, const char *conf_path, const char *log_ca
     return sdk::kErrLog;
 }
 
-const char *path_of(const int8_t *p) { return reinterpret_cast<const char *>(p); }
+const char *path_of(const int8_t *p) {
+    return reinterpret_cast<const char *>(p);
+}
 
 }  // namespace
 

@@ -154,8 +154,8 @@ int32_t load(mio_json *root) {
     if (int32_t ret = check_blocks(blocks, total); ret != sdk::kOk) return ret;
 
     // One spare record so that an empty table is a valid allocation too.
-    auto *table = static_cast<transfer_data_t *>(calloc(static_cast<size_t>(total) + 1,
-                                                       sizeof(transfer_data_t)));
+    auto *table = static_cast<transfer_data_t *>(
+        calloc(static_cast<size_t>(total) + 1, sizeof(transfer_data_t)));
     if (table == nullptr) {
         TLOGE("error code %d", sdk::kErrNoMemory);
         return sdk::kErrNoMemory;

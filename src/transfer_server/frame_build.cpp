@@ -125,8 +125,7 @@ SDK_API int32_t sdk_get_packet_length(request_header_t st_request_header,
 }
 
 SDK_API int32_t sdk_packet_data(uint8_t *p_send_buf, uint8_t *p_wbuf, uint32_t n_buf_len,
-                                frame_header_t st_frame_header,
-                                request_header_t st_request_header,
+                                frame_header_t st_frame_header, request_header_t st_request_header,
                                 request_body_t st_request_body) {
     using namespace sdk::frame;
     if (p_send_buf == nullptr) {
@@ -148,8 +147,7 @@ SDK_API int32_t sdk_packet_data(uint8_t *p_send_buf, uint8_t *p_wbuf, uint32_t n
             a_request_body_t body = st_request_body.n_body_type == BODY_ADDRESS
                                         ? st_request_body.st_a_body
                                         : a_request_body_t{st_request_body.st_b_body.n_tag,
-                                                           st_request_body.st_b_body.n_err_code,
-                                                           0};
+                                                           st_request_body.st_b_body.n_err_code, 0};
             body.n_len = static_cast<uint16_t>(n_buf_len);
             memcpy(p_send_buf + kOffBody, &body, sizeof(body));
             if (p_wbuf != nullptr) memcpy(p_send_buf + kOffAddrData, p_wbuf, n_buf_len);

@@ -23,7 +23,7 @@ TEST(MioJson, HelpersTreatAbsentAndMistypedAlike) {
     EXPECT_EQ(mio_json_getarraysize(arr), 3u);
     EXPECT_NE(mio_json_getarrayitem(arr, 2), nullptr);
     EXPECT_EQ(mio_json_getarrayitem(arr, 3), nullptr);
-    EXPECT_EQ(mio_json_getarraysize(root), 0u);  // not an array
+    EXPECT_EQ(mio_json_getarraysize(root), 0u);            // not an array
     EXPECT_EQ(mio_json_getobjectitem(arr, "n"), nullptr);  // not an object
     mio_json_delete(root);
 

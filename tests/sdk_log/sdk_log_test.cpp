@@ -22,15 +22,18 @@ std::string slurp(const std::string &path) {
     return ss.str();
 }
 
-int8_t *conf(std::string &path) { return reinterpret_cast<int8_t *>(path.data()); }
+int8_t *conf(std::string &path) {
+    return reinterpret_cast<int8_t *>(path.data());
+}
 
 // A configuration with the given rules; every format shows level, tag, file base name,
 // function and line.
 std::string write_conf(const TempDir &dir, const std::string &rules) {
-    return dir.write("zlog.conf", "[formats]\n"
-                                  "f = \"%V [%M(tag)] %f:%L %U %m%n\"\n"
-                                  "[rules]\n" +
-                                      rules);
+    return dir.write("zlog.conf",
+                     "[formats]\n"
+                     "f = \"%V [%M(tag)] %f:%L %U %m%n\"\n"
+                     "[rules]\n" +
+                         rules);
 }
 
 TEST(SdkLog, LinesBeforeInitAreDroppedAndNothingBreaks) {
@@ -120,9 +123,9 @@ TEST(SdkLog, ReloadsSwitchCategories) {
     TempDir dir;
     std::string normal = dir.path() + "/normal.log";
     std::string picture = dir.path() + "/picture.log";
-    std::string both = write_conf(dir, "sdk.* \"" + normal + "\"; f\ndebug.* \"" + normal +
-                                           "\"; f\npicture.* \"" + picture +
-                                           "\"; f\npicture_debug.* \"" + picture + "\"; f\n");
+    std::string both =
+        write_conf(dir, "sdk.* \"" + normal + "\"; f\ndebug.* \"" + normal + "\"; f\npicture.* \"" +
+                            picture + "\"; f\npicture_debug.* \"" + picture + "\"; f\n");
     ASSERT_EQ(sdk_log_init(conf(both)), 0);
     TLOGI("line one");
     ASSERT_EQ(sdk_log_reload_bigfile(conf(both)), 0);

@@ -39,8 +39,11 @@ LogCapture::LogCapture() {
     std::ofstream(conf) << "[formats]\n"
                            "simple = \"%V [%M(tag)] %m%n\"\n"
                            "[rules]\n"
-                           "sdk.*     \"" << path_ << "\"; simple\n"
-                           "debug.*   \"" << path_ << "\"; simple\n";
+                           "sdk.*     \""
+                        << path_
+                        << "\"; simple\n"
+                           "debug.*   \""
+                        << path_ << "\"; simple\n";
     std::string conf_copy = conf;
     if (sdk_log_init(reinterpret_cast<int8_t *>(conf_copy.data())) != 0) {
         throw std::runtime_error("sdk_log_init failed for " + conf);
@@ -50,11 +53,14 @@ LogCapture::LogCapture() {
 std::vector<std::string> LogCapture::lines() const {
     std::vector<std::string> out;
     std::ifstream in(path_);
-    for (std::string line; std::getline(in, line);) out.push_back(line);
+    for (std::string line; std::getline(in, line);)
+        out.push_back(line);
     return out;
 }
 
-bool LogCapture::contains(const std::string &text) const { return count(text) > 0; }
+bool LogCapture::contains(const std::string &text) const {
+    return count(text) > 0;
+}
 
 int LogCapture::count(const std::string &text) const {
     int n = 0;

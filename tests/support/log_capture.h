@@ -12,7 +12,7 @@
 namespace sdk::test {
 
 class LogCapture {
-public:
+  public:
     // Lines written since the last clear().
     std::vector<std::string> lines() const;
     // True when some line since the last clear() contains the text.
@@ -21,7 +21,7 @@ public:
     void clear();
     const std::string &path() const { return path_; }
 
-private:
+  private:
     friend LogCapture &log_capture();
     LogCapture();
     std::string dir_;
@@ -32,7 +32,7 @@ LogCapture &log_capture();
 
 // A fresh temporary folder, removed with its files when the object goes.
 class TempDir {
-public:
+  public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir &) = delete;
@@ -41,7 +41,7 @@ public:
     // Writes a file below the folder and returns its path.
     std::string write(const std::string &name, const std::string &text) const;
 
-private:
+  private:
     std::string path_;
 };
 

@@ -14,7 +14,7 @@ struct Loaded {
 };
 
 class ConfigLoadTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         // Maps keep values across loads; start each case from a clean record.
         free(g_st_transfer.st_info);

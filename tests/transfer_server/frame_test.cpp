@@ -44,16 +44,19 @@ Bytes build(const transfer_op_t &op, const Bytes &wdata, uint16_t lable, uint32_
     return frame;
 }
 
-uint16_t le16(const Bytes &b, size_t off) { return b[off] | (b[off + 1] << 8); }
+uint16_t le16(const Bytes &b, size_t off) {
+    return b[off] | (b[off + 1] << 8);
+}
 
 uint16_t sum(const Bytes &b, size_t from, size_t to) {
     uint32_t s = 0;
-    for (size_t i = from; i < to; ++i) s += b[i];
+    for (size_t i = from; i < to; ++i)
+        s += b[i];
     return static_cast<uint16_t>(s);
 }
 
 class FrameTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { sdk::test::load_example_config(); }
 };
 
@@ -70,10 +73,9 @@ TEST_F(FrameTest, AcknowledgedReceivingCardReadMatchesWorkedExample) {
     op.st_addr_param.n_device_type = DEVICE_ETH;
     op.st_addr_param.n_device_index = 1;
     op.st_control.n_recvcard_id = 5;
-    Bytes expected = {0x55, 0xBB, 0x00, 0x00, 0x00, 0x01, 0x02, 0x00, 0x1C, 0x00,
-                      0x42, 0x02, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
-                      0x01, 0x01, 0x05, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x08, 0x00,
-                      0x65, 0x55, 0x3E, 0x02};
+    Bytes expected = {0x55, 0xBB, 0x00, 0x00, 0x00, 0x01, 0x02, 0x00, 0x1C, 0x00, 0x42, 0x02, 0x01,
+                      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x01, 0x01, 0x05, 0x00,
+                      0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x08, 0x00, 0x65, 0x55, 0x3E, 0x02};
     EXPECT_EQ(build(op, {}, 2), expected);
 }
 
@@ -82,10 +84,10 @@ TEST_F(FrameTest, AddressWriteCarriesDataLengthAndChecksum) {
     op.e_code = FRAME_WRITE;
     Bytes f = build(op, {0xDE, 0xAD, 0xBE, 0xEF}, 7, 6);
     ASSERT_EQ(f.size(), 36u);
-    EXPECT_EQ(le16(f, 8), 26);          // frame header length
-    EXPECT_EQ(f[10], 0x60);             // acknowledged write, address body
-    EXPECT_EQ(le16(f, 26), 0);          // no read length in a write
-    EXPECT_EQ(le16(f, 28), 4);          // body data length
+    EXPECT_EQ(le16(f, 8), 26);  // frame header length
+    EXPECT_EQ(f[10], 0x60);     // acknowledged write, address body
+    EXPECT_EQ(le16(f, 26), 0);  // no read length in a write
+    EXPECT_EQ(le16(f, 28), 4);  // body data length
     EXPECT_EQ(f[30], 0xDE);
     EXPECT_EQ(le16(f, 34), sum(f, 0, 34));
     EXPECT_EQ(sdk_transfer_checksum_data(f.data(), f.size()), 0);
@@ -121,8 +123,8 @@ TEST_F(FrameTest, ReceivingCardWriteAndUnacknowledgedRead) {
     Bytes data = {1, 2, 3, 4, 5};
     Bytes f = build(op, data, 11);
     ASSERT_EQ(f.size(), 38u + data.size());
-    EXPECT_EQ(f[23], 0xFF);             // broadcast port kept in the frame
-    EXPECT_EQ(le16(f, 24), 0xFFFF);     // broadcast card kept in the frame
+    EXPECT_EQ(f[23], 0xFF);          // broadcast port kept in the frame
+    EXPECT_EQ(le16(f, 24), 0xFFFF);  // broadcast card kept in the frame
     EXPECT_EQ(le16(f, 32), data.size());
     uint16_t rv = static_cast<uint16_t>(sum(f, 22, 34) + sum(data, 0, data.size()) + 0x5555);
     EXPECT_EQ(le16(f, 34 + data.size()), rv);
@@ -134,7 +136,7 @@ TEST_F(FrameTest, ReceivingCardWriteAndUnacknowledgedRead) {
     Bytes r = build(op, {}, 12);
     ASSERT_EQ(r.size(), 38u);
     EXPECT_EQ(r[10], 0x02);
-    EXPECT_EQ(le16(r, 32), 12);          // read length in the data-length field
+    EXPECT_EQ(le16(r, 32), 12);  // read length in the data-length field
     EXPECT_EQ(le16(r, 34), static_cast<uint16_t>(sum(r, 22, 34) + 0x5555));
 }
 
@@ -199,7 +201,8 @@ Bytes reply(uint8_t param, uint16_t stated_len, size_t real_len) {
     f[10] = param;
     f[28] = stated_len & 0xFF;
     f[29] = stated_len >> 8;
-    for (size_t i = 0; i < real_len; ++i) f[30 + i] = static_cast<uint8_t>(i + 1);
+    for (size_t i = 0; i < real_len; ++i)
+        f[30 + i] = static_cast<uint8_t>(i + 1);
     return f;
 }
 
@@ -217,21 +220,19 @@ TEST(ProtocolData, CopiesAddressReplyDataAndRefusesTheRest) {
 
     log.clear();
     Bytes big = reply(0x40, 9001, 0);
-    EXPECT_EQ(sdk_get_protocol_data(out.data(), reinterpret_cast<int8_t *>(big.data()),
-                                    big.size()),
+    EXPECT_EQ(sdk_get_protocol_data(out.data(), reinterpret_cast<int8_t *>(big.data()), big.size()),
               -4000);
     EXPECT_TRUE(log.contains(" max num error code -4000"));
 
     // A stated length running past the bytes received is refused, not read.
     Bytes lying = reply(0x40, 100, 4);
-    EXPECT_EQ(sdk_get_protocol_data(out.data(), reinterpret_cast<int8_t *>(lying.data()),
-                                    lying.size()),
-              -4000);
+    EXPECT_EQ(
+        sdk_get_protocol_data(out.data(), reinterpret_cast<int8_t *>(lying.data()), lying.size()),
+        -4000);
 
     log.clear();
     Bytes tlv = reply(0x41, 4, 4);
-    EXPECT_EQ(sdk_get_protocol_data(out.data(), reinterpret_cast<int8_t *>(tlv.data()),
-                                    tlv.size()),
+    EXPECT_EQ(sdk_get_protocol_data(out.data(), reinterpret_cast<int8_t *>(tlv.data()), tlv.size()),
               -4000);
     EXPECT_TRUE(log.lines().empty());  // other bodies are refused silently
 }

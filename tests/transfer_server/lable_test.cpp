@@ -22,10 +22,12 @@ TEST(Lable, StartsAtOneWrapsPast65535AndNeverRepeatsAcrossThreads) {
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&got, t] {
-            for (int i = 0; i < kPerThread; ++i) got[t].push_back(sdk_get_next_lable());
+            for (int i = 0; i < kPerThread; ++i)
+                got[t].push_back(sdk_get_next_lable());
         });
     }
-    for (auto &th : threads) th.join();
+    for (auto &th : threads)
+        th.join();
     std::vector<int> seen(65536, 0);
     for (const auto &v : got) {
         for (uint16_t l : v) {
@@ -33,7 +35,8 @@ TEST(Lable, StartsAtOneWrapsPast65535AndNeverRepeatsAcrossThreads) {
             ++seen[l];
         }
     }
-    for (int l = 0; l < 65536; ++l) ASSERT_LE(seen[l], 1) << "label " << l << " issued twice";
+    for (int l = 0; l < 65536; ++l)
+        ASSERT_LE(seen[l], 1) << "label " << l << " issued twice";
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ transfer_op_t target(transfer_section mode, uint32_t mode_id, uint32_t slot) {
 }
 
 class RoutingTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         sdk::test::load_example_config();
         sdk::test::log_capture().clear();
@@ -52,6 +52,7 @@ TEST_F(RoutingTest, MainCardAndBackplaneCountTheirOwnFpgaRows) {
 
     EXPECT_EQ(sdk_get_transfer_map_id(target(FPGA, 0, 101)), 35);
     EXPECT_FALSE(log.contains("n_step_offset"));
+    log.clear();
     EXPECT_EQ(sdk_get_transfer_map_id(target(MCU, 0, 101)), 35);
     // The section line comes before the map's own line.
     auto lines = log.lines();
