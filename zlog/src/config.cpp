@@ -80,11 +80,11 @@ bool Config::add_rule(std::string_view line, std::string &err) {
     return ok || !strict_;
 }
 
-Output *Config::output_for(const OutputSpec &spec, std::string &err) {
-    std::string key = spec.key();
+Output *Config::output_for(const OutputDecl &decl, std::string &err) {
+    std::string key = decl.key();
     auto it = outputs_.find(key);
     if (it != outputs_.end()) return it->second.get();
-    std::unique_ptr<Output> out = open_output(spec, file_perms_, err);
+    std::unique_ptr<Output> out = open_output(decl, file_perms_, err);
     if (!out) return nullptr;
     return outputs_.emplace(key, std::move(out)).first->second.get();
 }

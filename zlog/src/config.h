@@ -39,7 +39,7 @@ class Config {
     LevelTable &levels() { return levels_; }
 
   private:
-    Output *output_for(const OutputSpec &spec, std::string &err);
+    Output *output_for(const OutputDecl &decl, std::string &err);
 
     LevelTable levels_;
     std::unique_ptr<Format> default_format_;

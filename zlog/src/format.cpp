@@ -86,43 +86,43 @@ bool simple_conversion(char c, Conv &conv) {
     }
 }
 
-// Parses the conversion at p[i] (just after '%' and its modifiers) into spec.
-bool parse_conversion(std::string_view p, size_t &i, Spec &spec, std::string &err) {
+// Parses the conversion at p[i] (just after '%' and its modifiers) into decl.
+bool parse_conversion(std::string_view p, size_t &i, Conversion &decl, std::string &err) {
     char c = p[i++];
     bool has_next = i < p.size();
     if (c == 'd') {
-        spec.conv = Conv::Time;
-        spec.text = "%F %T";
+        decl.conv = Conv::Time;
+        decl.text = "%F %T";
         if (has_next && p[i] == '(') {
-            if (!read_argument(p, i, spec.text)) return fail(err, "unclosed %d(");
-            if (spec.text.empty()) spec.text = "%F %T";
+            if (!read_argument(p, i, decl.text)) return fail(err, "unclosed %d(");
+            if (decl.text.empty()) decl.text = "%F %T";
         }
     } else if (c == 'm') {
-        spec.conv = Conv::Message;
+        decl.conv = Conv::Message;
         if (has_next && p[i] == 's') {
-            spec.conv = Conv::Msec;
+            decl.conv = Conv::Msec;
             ++i;
         }
     } else if (c == 'u' && has_next && p[i] == 's') {
-        spec.conv = Conv::Usec;
+        decl.conv = Conv::Usec;
         ++i;
     } else if (c == 'M') {
-        spec.conv = Conv::Mdc;
-        if (!read_argument(p, i, spec.text) || spec.text.empty()) {
+        decl.conv = Conv::Mdc;
+        if (!read_argument(p, i, decl.text) || decl.text.empty()) {
             return fail(err, "%M needs (key)");
         }
     } else if (c == 'E') {
         std::string var;
         if (!read_argument(p, i, var) || var.empty()) return fail(err, "%E needs (VAR)");
         const char *value = std::getenv(var.c_str());
-        spec.conv = Conv::Literal;
-        spec.text = value != nullptr ? value : "";
+        decl.conv = Conv::Literal;
+        decl.text = value != nullptr ? value : "";
     } else if (c == 'H') {
         char host[256] = {};
         if (gethostname(host, sizeof(host) - 1) != 0) host[0] = '\0';
-        spec.conv = Conv::Literal;
-        spec.text = host;
-    } else if (!simple_conversion(c, spec.conv)) {
+        decl.conv = Conv::Literal;
+        decl.text = host;
+    } else if (!simple_conversion(c, decl.conv)) {
         return fail(err, std::string("unknown conversion %") + c);
     }
     return true;
@@ -145,49 +145,49 @@ std::unique_ptr<Format> Format::compile(std::string_view p, std::string &err) {
             ++i;
             continue;
         }
-        Spec spec;
+        Conversion decl;
         if (p[i] == '-') {
-            spec.left = true;
+            decl.left = true;
             ++i;
         }
         size_t width_start = i;
-        if (!read_number(p, i, spec.width) && i != width_start) return none(err, "width too large");
+        if (!read_number(p, i, decl.width) && i != width_start) return none(err, "width too large");
         if (i < p.size() && p[i] == '.') {
             ++i;
-            if (!read_number(p, i, spec.precision)) return none(err, "bad precision");
+            if (!read_number(p, i, decl.precision)) return none(err, "bad precision");
         }
         if (i >= p.size()) return none(err, "format ends inside a conversion");
-        if (!parse_conversion(p, i, spec, err)) return nullptr;
-        if (spec.conv == Conv::Literal) {
+        if (!parse_conversion(p, i, decl, err)) return nullptr;
+        if (decl.conv == Conv::Literal) {
             // %E and %H: constant text; apply the modifiers once here.
-            if (spec.precision >= 0 && spec.text.size() > static_cast<size_t>(spec.precision)) {
-                spec.text.resize(static_cast<size_t>(spec.precision));
+            if (decl.precision >= 0 && decl.text.size() > static_cast<size_t>(decl.precision)) {
+                decl.text.resize(static_cast<size_t>(decl.precision));
             }
-            size_t width = static_cast<size_t>(spec.width);
-            if (spec.text.size() < width) {
-                std::string pad(width - spec.text.size(), ' ');
-                spec.text = spec.left ? spec.text + pad : pad + spec.text;
+            size_t width = static_cast<size_t>(decl.width);
+            if (decl.text.size() < width) {
+                std::string pad(width - decl.text.size(), ' ');
+                decl.text = decl.left ? decl.text + pad : pad + decl.text;
             }
-            literal += spec.text;
+            literal += decl.text;
             continue;
         }
         if (!literal.empty()) {
-            Spec lit;
+            Conversion lit;
             lit.text.swap(literal);
-            fmt->specs_.push_back(std::move(lit));
+            fmt->conversions_.push_back(std::move(lit));
         }
-        fmt->specs_.push_back(std::move(spec));
+        fmt->conversions_.push_back(std::move(decl));
     }
     if (!literal.empty()) {
-        Spec lit;
+        Conversion lit;
         lit.text.swap(literal);
-        fmt->specs_.push_back(std::move(lit));
+        fmt->conversions_.push_back(std::move(lit));
     }
     return fmt;
 }
 
 bool Format::is_constant() const {
-    for (const Spec &s : specs_) {
+    for (const Conversion &s : conversions_) {
         if (s.conv != Conv::Literal) return false;
     }
     return true;

@@ -32,7 +32,7 @@ enum class Conv : uint8_t {
     Mdc,         // %M(key)
 };
 
-struct Spec {
+struct Conversion {
     Conv conv = Conv::Literal;
     bool left = false;   // '-': pad on the right
     int width = 0;       // minimum width
@@ -52,7 +52,7 @@ class Format {
     bool is_constant() const;
 
   private:
-    std::vector<Spec> specs_;
+    std::vector<Conversion> conversions_;
 };
 
 }  // namespace zl

@@ -160,11 +160,11 @@ class NullOutput : public Output {
     void write(const std::string &, Event &) override {}
 };
 
-std::unique_ptr<Output> open_file(const OutputSpec &spec, unsigned perms, std::string &err) {
-    std::unique_ptr<Format> path = Format::compile(spec.target, err);
+std::unique_ptr<Output> open_file(const OutputDecl &decl, unsigned perms, std::string &err) {
+    std::unique_ptr<Format> path = Format::compile(decl.target, err);
     if (!path) return nullptr;
     if (!path->is_constant()) {
-        return std::make_unique<DynamicFileOutput>(std::move(path), spec.sync, perms);
+        return std::make_unique<DynamicFileOutput>(std::move(path), decl.sync, perms);
     }
     // A constant path (its %E(VAR) and %% already resolved): render it once.
     LevelTable levels;
@@ -172,39 +172,39 @@ std::unique_ptr<Output> open_file(const OutputSpec &spec, unsigned perms, std::s
     std::string resolved;
     path->render(ev, resolved);
     std::unique_ptr<Rotation> rotation;
-    if (spec.rotate_size > 0) {
-        rotation = Rotation::create(resolved, spec.rotate_size, spec.rotate_count,
-                                    spec.rotate_pattern, err);
+    if (decl.rotate_size > 0) {
+        rotation = Rotation::create(resolved, decl.rotate_size, decl.rotate_count,
+                                    decl.rotate_pattern, err);
         if (!rotation) return nullptr;
     }
-    int fd = open_append(resolved, spec.sync, perms);
+    int fd = open_append(resolved, decl.sync, perms);
     if (fd < 0) {
         err = "cannot open \"" + resolved + "\": " + std::strerror(errno);
         return nullptr;
     }
-    return std::make_unique<FileOutput>(resolved, spec.sync, perms, fd, std::move(rotation));
+    return std::make_unique<FileOutput>(resolved, decl.sync, perms, fd, std::move(rotation));
 }
 
 }  // namespace
 
-std::string OutputSpec::key() const {
+std::string OutputDecl::key() const {
     std::string k = std::to_string(static_cast<int>(kind)) + (sync ? "s" : "-");
     if (kind == Kind::Syslog) k += std::to_string(facility);
     return k + ":" + target;
 }
 
-std::unique_ptr<Output> open_output(const OutputSpec &spec, unsigned perms, std::string &err) {
-    switch (spec.kind) {
-        case OutputSpec::Kind::File:
-            return open_file(spec, perms, err);
-        case OutputSpec::Kind::Stdout:
+std::unique_ptr<Output> open_output(const OutputDecl &decl, unsigned perms, std::string &err) {
+    switch (decl.kind) {
+        case OutputDecl::Kind::File:
+            return open_file(decl, perms, err);
+        case OutputDecl::Kind::Stdout:
             return std::make_unique<StreamOutput>(STDOUT_FILENO);
-        case OutputSpec::Kind::Stderr:
+        case OutputDecl::Kind::Stderr:
             return std::make_unique<StreamOutput>(STDERR_FILENO);
-        case OutputSpec::Kind::Syslog:
-            return std::make_unique<SyslogOutput>(spec.facility);
-        case OutputSpec::Kind::Pipe:
-        case OutputSpec::Kind::Record:
+        case OutputDecl::Kind::Syslog:
+            return std::make_unique<SyslogOutput>(decl.facility);
+        case OutputDecl::Kind::Pipe:
+        case OutputDecl::Kind::Record:
             return std::make_unique<NullOutput>();
     }
     return nullptr;

@@ -12,7 +12,7 @@
 
 namespace zl {
 
-struct OutputSpec {
+struct OutputDecl {
     enum class Kind { File, Stdout, Stderr, Syslog, Pipe, Record };
     Kind kind = Kind::Stdout;
     std::string target;       // file path (may hold conversions), command or record name
@@ -33,6 +33,6 @@ class Output {
 };
 
 // Opens an output (a static file is opened now). Null with a message on failure.
-std::unique_ptr<Output> open_output(const OutputSpec &spec, unsigned perms, std::string &err);
+std::unique_ptr<Output> open_output(const OutputDecl &decl, unsigned perms, std::string &err);
 
 }  // namespace zl

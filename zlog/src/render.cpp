@@ -36,7 +36,7 @@ long kernel_tid() {
     return tid;
 }
 
-void append_conversion(const Spec &s, Event &ev, std::string &out) {
+void append_conversion(const Conversion &s, Event &ev, std::string &out) {
     switch (s.conv) {
         case Conv::Literal:
             out += s.text;
@@ -106,7 +106,7 @@ void append_conversion(const Spec &s, Event &ev, std::string &out) {
 }  // namespace
 
 void Format::render(Event &ev, std::string &out) const {
-    for (const Spec &s : specs_) {
+    for (const Conversion &s : conversions_) {
         if (s.width == 0 && s.precision < 0) {
             append_conversion(s, ev, out);
             continue;

@@ -26,7 +26,7 @@ struct LevelMask {
 struct Rule {
     std::string category;  // a name, "name_" (name and sub-categories), "*" or "!"
     LevelMask levels;
-    OutputSpec output;
+    OutputDecl output;
     std::string format_name;         // empty: the default format
     const Format *format = nullptr;  // resolved by the configuration
     Output *sink = nullptr;          // owned by the configuration
@@ -43,6 +43,6 @@ struct Rule {
 bool parse_rule(std::string_view line, const LevelTable &levels, Rule &rule, std::string &err);
 
 // Parses the output part "output[, options]" (used by parse_rule).
-bool parse_output(std::string_view text, OutputSpec &spec, std::string &err);
+bool parse_output(std::string_view text, OutputDecl &decl, std::string &err);
 
 }  // namespace zl

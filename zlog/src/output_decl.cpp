@@ -27,45 +27,45 @@ bool fail(std::string &err, std::string message) {
 }
 
 // "10MB", "10MB * 3", "10MB * 3 ~ \"x.#r.log\"", "0 ~ \"x.#s.log\"", "* 3"...
-bool parse_rotation(std::string_view opts, OutputSpec &spec, std::string &err) {
+bool parse_rotation(std::string_view opts, OutputDecl &decl, std::string &err) {
     size_t tilde = find_unquoted(opts, '~');
     if (tilde != std::string_view::npos) {
-        if (!unquote(opts.substr(tilde + 1), spec.rotate_pattern)) {
+        if (!unquote(opts.substr(tilde + 1), decl.rotate_pattern)) {
             return fail(err, "rotation pattern must be quoted");
         }
         opts = opts.substr(0, tilde);
     }
     size_t star = opts.find('*');
     std::string_view size = trim(opts.substr(0, star));
-    if (!size.empty() && !parse_size(size, spec.rotate_size)) return fail(err, "bad file size");
-    if (star != std::string_view::npos && !parse_long(opts.substr(star + 1), spec.rotate_count)) {
+    if (!size.empty() && !parse_size(size, decl.rotate_size)) return fail(err, "bad file size");
+    if (star != std::string_view::npos && !parse_long(opts.substr(star + 1), decl.rotate_count)) {
         return fail(err, "bad file count");
     }
     return true;
 }
 
-bool parse_file(std::string_view main, std::string_view opts, OutputSpec &spec, std::string &err) {
-    spec.kind = OutputSpec::Kind::File;
+bool parse_file(std::string_view main, std::string_view opts, OutputDecl &decl, std::string &err) {
+    decl.kind = OutputDecl::Kind::File;
     if (main[0] == '-') {
-        spec.sync = true;
+        decl.sync = true;
         main = trim(main.substr(1));
     }
-    if (!unquote(main, spec.target) || spec.target.empty()) return fail(err, "bad file path");
-    return parse_rotation(opts, spec, err);
+    if (!unquote(main, decl.target) || decl.target.empty()) return fail(err, "bad file path");
+    return parse_rotation(opts, decl, err);
 }
 
-bool parse_stream(std::string_view name, std::string_view opts, OutputSpec &spec,
+bool parse_stream(std::string_view name, std::string_view opts, OutputDecl &decl,
                   std::string &err) {
     if (name == "stdout" || name == "stderr") {
-        spec.kind = name == "stdout" ? OutputSpec::Kind::Stdout : OutputSpec::Kind::Stderr;
+        decl.kind = name == "stdout" ? OutputDecl::Kind::Stdout : OutputDecl::Kind::Stderr;
         return true;
     }
     if (name != "syslog") return fail(err, "unknown output >" + std::string(name));
-    spec.kind = OutputSpec::Kind::Syslog;
+    decl.kind = OutputDecl::Kind::Syslog;
     if (opts.empty()) return true;
     for (const Facility &f : kFacilities) {
         if (opts == f.name) {
-            spec.facility = f.value;
+            decl.facility = f.value;
             return true;
         }
     }
@@ -74,24 +74,24 @@ bool parse_stream(std::string_view name, std::string_view opts, OutputSpec &spec
 
 }  // namespace
 
-bool parse_output(std::string_view text, OutputSpec &spec, std::string &err) {
+bool parse_output(std::string_view text, OutputDecl &decl, std::string &err) {
     if (text.empty()) return fail(err, "rule without output");
     if (text[0] == '|') {
-        spec.kind = OutputSpec::Kind::Pipe;
-        spec.target.assign(trim(text.substr(1)));
-        return spec.target.empty() ? fail(err, "pipe without command") : true;
+        decl.kind = OutputDecl::Kind::Pipe;
+        decl.target.assign(trim(text.substr(1)));
+        return decl.target.empty() ? fail(err, "pipe without command") : true;
     }
     size_t comma = find_unquoted(text, ',');
     std::string_view main = trim(text.substr(0, comma));
     std::string_view opts;
     if (comma != std::string_view::npos) opts = trim(text.substr(comma + 1));
     if (main.empty()) return fail(err, "rule without output");
-    if (main[0] == '"' || main[0] == '-') return parse_file(main, opts, spec, err);
-    if (main[0] == '>') return parse_stream(trim(main.substr(1)), opts, spec, err);
+    if (main[0] == '"' || main[0] == '-') return parse_file(main, opts, decl, err);
+    if (main[0] == '>') return parse_stream(trim(main.substr(1)), opts, decl, err);
     if (main[0] == '$') {
-        spec.kind = OutputSpec::Kind::Record;
-        spec.target.assign(trim(main.substr(1)));
-        return is_word(spec.target) ? true : fail(err, "bad record name");
+        decl.kind = OutputDecl::Kind::Record;
+        decl.target.assign(trim(main.substr(1)));
+        return is_word(decl.target) ? true : fail(err, "bad record name");
     }
     return fail(err, "unknown output \"" + std::string(main) + "\"");
 }
