@@ -225,6 +225,106 @@ SDK_API int32_t sdk_packet_data(uint8_t *p_send_buf, uint8_t *p_wbuf, uint32_t n
  * or more, or an index outside the channel table. Reads only the configuration. */
 SDK_API int32_t sdk_get_transfer_map_id(transfer_op_t st_header);
 
+/* ---- channel set-up and endpoints ---- */
+
+/* Opens the UDP endpoint of a channel: a socket with address reuse, bound to n_port on
+ * every local address (walking up from n_port while the port is taken; no further try
+ * after a port above 63354) and connected to p_ip at the same port. On success n_fd,
+ * both addresses and n_state 1 are set and 0 is returned. When "eth0" is missing or
+ * not running the result is 0 too, but the channel stays unopened: n_fd -1, n_state 0.
+ * -4000 when the socket cannot be created or connected, the bind result (-1) when no
+ * port could be bound, -4000 for an unterminated p_ip or a port above 65535; every
+ * failure leaves n_fd negative and no socket open. Start-up only. */
+SDK_API int32_t sdk_udp_init(sock_addr_t st_addr, transfer_data_t *p_st_info);
+
+/* Channel set-up, one member per board class, run once at start-up after
+ * sdk_device_transfer_mem_init and before any worker thread: each walks its board array
+ * of the configuration ("maincards", "subcards", "backplane", "report"), fills its class
+ * map's section rows, the channel records at their ids, and opens the endpoints (UDP
+ * sockets, serial ports; a serial port is also published in n_mcu_isp_uart_fd).
+ * 0; 0 with a log line when the array is missing; -1000 for a malformed board or
+ * channel entry, a channel id outside the table or already set up, more than 10 section
+ * rows on a board, or an "ip" text of 255 characters or more; the negative result of
+ * sdk_udp_init when a UDP endpoint cannot be opened. A serial port that cannot be opened
+ * leaves its channel unopened (n_state 0) and set-up goes on. Endpoints opened before a
+ * failure stay open.
+ *   main cards: UDP, REPORT_UDP and UART channels
+ *   sub cards:  UDP and REPORT_UDP, only for the slotnum slots listed in slot (one byte
+ *               each; a slot listed twice is set up once)
+ *   backplane:  UDP and UART
+ *   report:     UDP and REPORT_UDP (not called by start-up)
+ * Other channel types are logged and skipped; their records keep n_fd -1 and n_state 0. */
+SDK_API int32_t sdk_maincards_transfer_init(mio_json *p_transfer_root);
+SDK_API int32_t sdk_subcards_transfer_init(char *slot, uint32_t slotnum,
+                                           mio_json *p_transfer_root);
+SDK_API int32_t sdk_backplane_transfer_init(mio_json *p_transfer_root);
+SDK_API int32_t sdk_report_transfer_init(mio_json *p_transfer_root);
+
+/* ---- report queue access ---- */
+
+/* The process-wide report queue, filled by the report and serial receive threads and
+ * drained only by the host: read the head with sdk_report_queue_get_first, then drop it
+ * with sdk_report_queue_pull. Valid once sdk_transfer_init has built it; the bound
+ * (SDK_REPORT_QUEUE_DEFAULT_MAX records) can then be changed with
+ * sdk_report_queue_set_max, and reports refused while it was full are counted
+ * (sdk_report_queue_get_drop_num). */
+SDK_API report_queue_t *sdk_get_report_queue(void);
+
+/* ---- command-line parsers ---- */
+
+/* Options of the register tool transfer_tool. */
+typedef struct {
+    char n_slot_id[512];     /* -s / --slotid */
+    uint32_t n_reg_addr;     /* -R / --addr_reg */
+    uint32_t n_length;       /* -L / --length */
+    uint32_t n_eth_mask;     /* -e: Ethernet port selector */
+    uint32_t n_recvcard_num; /* -r: receiving-card number */
+    uint32_t n_body_type;    /* -B */
+    frame_code n_e_code;     /* -E: FRAME_READ / FRAME_WRITE */
+    uint32_t n_no_ack;       /* -A: 0 wait for an acknowledgement, 1 do not */
+    uint32_t n_device_type;  /* -D: 0 FPGA, 1 MCU */
+    uint32_t n_times;        /* -C: repeat count */
+    char file_path[255];     /* -P */
+    char data;               /* not set by the parser */
+} recvcard_struct;
+
+/* Options of the firmware-upgrade tool; shared with it, so packed. */
+typedef struct __attribute__((packed)) {
+    char n_slot_id[512];
+    uint32_t n_mode_id;
+    char file_path[255];
+    uint32_t n_size;
+    uint32_t n_timeout;
+    uint32_t n_filetype;
+    uint32_t n_index;
+    uint32_t n_devicetype;
+    uint32_t n_deviceindex;
+    uint32_t n_version;
+    uint32_t n_mode;
+    uint32_t n_com_mode;
+    uint32_t n_reboot;
+    uint32_t n_check;
+    uint32_t n_pre_erase;
+    uint32_t n_get_erase_result;
+    uint32_t n_boot_mode;
+} upgrade_mcu_t;
+
+SDK_STATIC_ASSERT(sizeof(upgrade_mcu_t) == 512 + 4 + 255 + 14 * 4, "upgrade_mcu_t is packed");
+
+/* Both parsers scan the vector with getopt_long from its start (they reset optind, so a
+ * process may parse several vectors; not thread-safe, like getopt). Numbers are read with
+ * strtol in base 0, texts cut to fit their array. Fields no option sets keep the caller's
+ * values. Unknown options and missing arguments are skipped (getopt complains on stderr);
+ * non-option arguments are left at the end of the vector for the caller.
+ * EN_MID_ACK_POINTER_NULL for a NULL record or vector. */
+
+/* EN_MID_ACK_TRUE, or EN_MID_ACK_INVALID after printing the usage to stderr for -h. */
+SDK_API en_mid_ack cmd_parse_recvcard(recvcard_struct *p_common_cmd, int32_t n_argc,
+                                      char **p_argv);
+/* EN_MID_ACK_TRUE. */
+SDK_API en_mid_ack cmd_parse_recvcard_mcu(upgrade_mcu_t *p_common_cmd, int32_t n_argc,
+                                          char **p_argv);
+
 #ifdef __cplusplus
 }
 #endif

@@ -34,8 +34,8 @@ SDK_API int32_t sdk_uart_open(uint8_t *p_uart_name);
  *   n_databits  5 to 8; n_stopbits 1 or 2
  *   n_parity    'N', 'O', 'E' or 'S' (space: as 'N'), either case
  * 0, or -4000 with the port's settings unchanged. */
-SDK_API int32_t sdk_uart_cfg(int32_t n_fd, int32_t n_speed, int32_t n_flow_ctrl,
-                             int32_t n_databits, int32_t n_stopbits, int32_t n_parity);
+SDK_API int32_t sdk_uart_cfg(int32_t n_fd, int32_t n_speed, int32_t n_flow_ctrl, int32_t n_databits,
+                             int32_t n_stopbits, int32_t n_parity);
 
 /* Closes the descriptor. Always 0. */
 SDK_API int32_t sdk_uart_close(uint32_t n_fd);
@@ -52,8 +52,7 @@ SDK_API int32_t sdk_uart_write(uint32_t n_fd, uint8_t *pdata, uint32_t n_len);
 /* One read of at most n_buflen bytes; does not wait (n_wait_ms is unused: wait for
  * input with select or poll first). The count read, 0 when nothing is waiting, a
  * negative read result on error, -5 for a NULL buffer. */
-SDK_API int32_t sdk_uart_read(uint32_t n_fd, uint8_t *p_buf, uint32_t n_buflen,
-                              uint32_t n_wait_ms);
+SDK_API int32_t sdk_uart_read(uint32_t n_fd, uint8_t *p_buf, uint32_t n_buflen, uint32_t n_wait_ms);
 
 /* ---- globals that every host program defines (not the library) ---- */
 
