@@ -1,0 +1,155 @@
+#include "board_sim/simulator.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+
+namespace board_sim {
+
+namespace {
+
+bool same_address(const sockaddr_in &a, const sockaddr_in &b) {
+    return a.sin_addr.s_addr == b.sin_addr.s_addr && a.sin_port == b.sin_port;
+}
+
+// Upper bound of one wait, so a duration end is never overslept by much.
+constexpr std::chrono::milliseconds kMaxWait(200);
+
+}  // namespace
+
+int Simulator::find_endpoint(const sockaddr_in &addr) const {
+    for (size_t i = 0; i < endpoints_.size(); ++i)
+        if (same_address(endpoints_[i].addr, addr)) return static_cast<int>(i);
+    return -1;
+}
+
+bool Simulator::add_udp_board(const sockaddr_in &addr, std::string *error) {
+    int existing = find_endpoint(addr);
+    if (existing >= 0 && endpoints_[static_cast<size_t>(existing)].board >= 0) {
+        *error = "board " + format_address(addr) + " given twice";
+        return false;
+    }
+    size_t ep = static_cast<size_t>(existing);
+    if (existing < 0) {
+        auto t = open_udp(addr, error);
+        if (!t) return false;
+        ep = endpoints_.size();
+        endpoints_.push_back({std::move(t), addr, -1});
+    }
+    endpoints_[ep].board = static_cast<int>(boards_.size());
+    boards_.push_back({Board(options_), ep});
+    return true;
+}
+
+bool Simulator::add_report(const ReportSource &source, std::string *error) {
+    if (source.interval_ms == 0) {
+        *error = "report interval must be above 0";
+        return false;
+    }
+    int ep = find_endpoint(source.from);
+    if (ep < 0) {
+        auto t = open_udp(source.from, error);
+        if (!t) return false;
+        ep = static_cast<int>(endpoints_.size());
+        endpoints_.push_back({std::move(t), source.from, -1});
+    }
+    reports_.push_back({source, static_cast<size_t>(ep), Clock::now(), 0});
+    return true;
+}
+
+void Simulator::send(size_t endpoint, const std::vector<uint8_t> &frame, const sockaddr_in &to) {
+    if (endpoints_[endpoint].transport->send(frame.data(), frame.size(), to))
+        ++stats_.replies;
+    else
+        ++stats_.send_errors;
+}
+
+void Simulator::on_frame(size_t endpoint, const uint8_t *p, size_t n, const sockaddr_in &from) {
+    int b = endpoints_[endpoint].board;
+    if (b < 0) return;  // a report-only socket answers nothing
+    std::vector<uint8_t> reply = boards_[static_cast<size_t>(b)].board.handle(p, n, &stats_);
+    if (reply.empty()) return;
+    auto frames = faults_.apply(reply, &stats_);
+    if (faults_.delay_ms() == 0) {
+        for (const auto &f : frames)
+            send(endpoint, f, from);
+        return;
+    }
+    auto due = Clock::now() + std::chrono::milliseconds(faults_.delay_ms());
+    for (auto &f : frames)
+        pending_.emplace(due, Pending{endpoint, std::move(f), from});
+}
+
+void Simulator::send_due(Clock::time_point now) {
+    while (!pending_.empty() && pending_.begin()->first <= now) {
+        const Pending &p = pending_.begin()->second;
+        send(p.endpoint, p.frame, p.to);
+        pending_.erase(pending_.begin());
+    }
+    for (auto &r : reports_) {
+        if (r.next > now) continue;
+        ++r.seq;
+        // Labels of reports run 1..65535 like the library's own.
+        auto label = static_cast<uint16_t>((r.seq - 1) % 65535 + 1);
+        auto frame = build_report(label, r.seq);
+        if (endpoints_[r.endpoint].transport->send(frame.data(), frame.size(), r.source.to))
+            ++stats_.reports;
+        else
+            ++stats_.send_errors;
+        r.next += std::chrono::milliseconds(r.source.interval_ms);
+        if (r.next <= now) r.next = now + std::chrono::milliseconds(r.source.interval_ms);
+    }
+}
+
+void Simulator::run(const volatile sig_atomic_t *stop, double duration_s,
+                    const sigset_t *wait_mask) {
+    const auto start = Clock::now();
+    const bool limited = duration_s > 0;
+    const auto end = start + std::chrono::duration_cast<Clock::duration>(
+                                 std::chrono::duration<double>(limited ? duration_s : 0));
+    std::vector<pollfd> fds(endpoints_.size());
+    for (size_t i = 0; i < endpoints_.size(); ++i)
+        fds[i] = {endpoints_[i].transport->fd(), POLLIN, 0};
+
+    while (*stop == 0) {
+        auto now = Clock::now();
+        if (limited && now >= end) break;
+        send_due(now);
+
+        auto wake = now + kMaxWait;
+        if (limited) wake = std::min(wake, end);
+        if (!pending_.empty()) wake = std::min(wake, pending_.begin()->first);
+        for (const auto &r : reports_)
+            wake = std::min(wake, r.next);
+        auto wait_ns =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(std::max(wake - now, {}));
+        timespec ts{static_cast<time_t>(wait_ns.count() / 1000000000),
+                    static_cast<long>(wait_ns.count() % 1000000000)};
+
+        int ready = ppoll(fds.data(), fds.size(), &ts, wait_mask);
+        if (ready <= 0) continue;  // time-out, or a signal (EINTR): look at *stop again
+        for (size_t i = 0; i < fds.size(); ++i) {
+            if ((fds[i].revents & (POLLIN | POLLERR)) == 0) continue;
+            endpoints_[i].transport->receive(
+                [this, i](const uint8_t *p, size_t n, const sockaddr_in &from) {
+                    on_frame(i, p, n, from);
+                });
+        }
+    }
+}
+
+std::string format_stats(const Stats &s) {
+    char line[320];
+    snprintf(line, sizeof line,
+             "stats requests=%" PRIu64 " replies=%" PRIu64 " bad=%" PRIu64 " dropped=%" PRIu64
+             " duplicated=%" PRIu64 " corrupted=%" PRIu64 " unsolicited=%" PRIu64
+             " reports=%" PRIu64 " send_errors=%" PRIu64,
+             s.requests, s.replies, s.bad, s.dropped, s.duplicated, s.corrupted, s.unsolicited,
+             s.reports, s.send_errors);
+    return line;
+}
+
+}  // namespace board_sim
