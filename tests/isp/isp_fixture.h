@@ -1,0 +1,67 @@
+// The programmer wired to an in-process simulated bootloader, and test images.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "isp.h"
+#include "isp_sim/bootloader.h"
+#include "isp_sim/in_process_port.h"
+
+namespace isp_test {
+
+// Bytes of every value, in an order that differs from block to block.
+inline std::vector<uint8_t> make_image(size_t len, unsigned seed = 7) {
+    std::mt19937 gen(seed);
+    std::vector<uint8_t> image(len);
+    for (auto &b : image)
+        b = static_cast<uint8_t>(gen());
+    return image;
+}
+
+// A bootloader registered behind mcu_isp_write_func_reg / mcu_isp_read_func_reg.
+struct SimulatedMcu {
+    explicit SimulatedMcu(isp_sim::Config cfg = isp_sim::Config())
+        : boot(std::move(cfg)), port(&boot, std::chrono::milliseconds(50)) {
+        mcu_isp_write_func_reg(isp_sim::InProcessPort::write_fn());
+        mcu_isp_read_func_reg(isp_sim::InProcessPort::read_fn());
+    }
+    ~SimulatedMcu() {
+        mcu_isp_write_func_reg(nullptr);
+        mcu_isp_read_func_reg(nullptr);
+    }
+    // The first len bytes of the flash.
+    std::vector<uint8_t> flash(size_t len) const {
+        return std::vector<uint8_t>(boot.flash().begin(),
+                                    boot.flash().begin() + static_cast<std::ptrdiff_t>(len));
+    }
+    // True when the host's bytes end with tail.
+    bool sent_last(const std::vector<uint8_t> &tail) const {
+        const auto &rx = boot.received();
+        return rx.size() >= tail.size() &&
+               std::equal(tail.begin(), tail.end(), rx.end() - static_cast<long>(tail.size()));
+    }
+
+    isp_sim::Bootloader boot;
+    isp_sim::InProcessPort port;
+};
+
+inline isp_sim::Config synced(isp_sim::Config cfg = isp_sim::Config()) {
+    cfg.start_synced = true;
+    return cfg;
+}
+
+inline int count_of(const std::string &text, const std::string &what) {
+    int n = 0;
+    for (size_t pos = text.find(what); pos != std::string::npos; pos = text.find(what, pos + 1)) {
+        ++n;
+    }
+    return n;
+}
+
+}  // namespace isp_test
