@@ -16,6 +16,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_manage.h"
+#include "transfer_manage/queue_append.h"
 #include "transfer_manage/rvcard_hold.h"
 
 namespace {
@@ -194,24 +195,10 @@ SDK_API int32_t sdk_rvcard_queue_push(send_queue_t **p_sender_queue,
         *p_sender_queue = p_queue;
     }
     sdk::MutexLock queue_lock(&p_queue->st_lock);
-    auto *p_node = static_cast<queue_node_t *>(calloc(1, sizeof(queue_node_t)));
-    auto *p_entry = static_cast<queue_data_t *>(calloc(1, sizeof(queue_data_t)));
-    if (p_node == nullptr || p_entry == nullptr) {
-        free(p_node);
-        free(p_entry);
-        TLOGE("error code %d", sdk::kErrNoMemory);
-        return sdk::kErrNoMemory;
+    if (int32_t n_ret = sdk::queue_append_locked(p_queue, p_send_data, p_packet);
+        n_ret != sdk::kOk) {
+        return n_ret;
     }
-    p_entry->p_send_data = p_send_data;
-    p_entry->p_packet = p_packet;
-    p_node->p_data = p_entry;
-    if (p_queue->st_general.n_len != 0) {
-        p_queue->p_rear->p_next = p_node;
-    } else {
-        p_queue->p_front = p_node;
-    }
-    p_queue->p_rear = p_node;
-    p_queue->st_general.n_len++;
     p_queue->n_hold_num++;  // the request's hold, dropped by sdk_rvcard_queue_release
     return sdk::kOk;
 }

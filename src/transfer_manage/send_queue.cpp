@@ -10,6 +10,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_manage.h"
+#include "transfer_manage/queue_append.h"
 
 extern "C" {
 
@@ -56,25 +57,7 @@ SDK_API int32_t sdk_send_queue_push(send_queue_t *p_sender_queue, data_buf_t *p_
         return sdk::kErrRefused;
     }
     sdk::MutexLock lock(&p_sender_queue->st_lock);
-    auto *p_node = static_cast<queue_node_t *>(calloc(1, sizeof(queue_node_t)));
-    auto *p_entry = static_cast<queue_data_t *>(calloc(1, sizeof(queue_data_t)));
-    if (p_node == nullptr || p_entry == nullptr) {
-        free(p_node);
-        free(p_entry);
-        TLOGE("error code %d", sdk::kErrNoMemory);
-        return sdk::kErrNoMemory;
-    }
-    p_entry->p_send_data = p_send_data;
-    p_entry->p_packet = p_packet;
-    p_node->p_data = p_entry;
-    if (p_sender_queue->st_general.n_len != 0) {
-        p_sender_queue->p_rear->p_next = p_node;
-    } else {
-        p_sender_queue->p_front = p_node;
-    }
-    p_sender_queue->p_rear = p_node;
-    p_sender_queue->st_general.n_len++;
-    return sdk::kOk;
+    return sdk::queue_append_locked(p_sender_queue, p_send_data, p_packet);
 }
 
 SDK_API int32_t sdk_send_queue_pull(send_queue_t *p_queue) {
