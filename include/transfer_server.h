@@ -11,6 +11,7 @@
 #define TRANSFER_SERVER_H
 
 #include <stdint.h>
+#include <sys/select.h>
 
 #include "transfer_manage.h"
 
@@ -131,7 +132,7 @@ SDK_STATIC_ASSERT(sizeof(rvcard_polling_packet_t) == 38, "polling frame is 38 by
 
 typedef struct __attribute__((packed)) {
     uint32_t n_addr;
-    uint8_t n_device_type; /* transfer_device_type_e */
+    uint8_t n_device_type;  /* transfer_device_type_e */
     uint8_t n_device_index; /* DEVICE_ETH: Ethernet port, 0xFF all ports */
     uint64_t n_group;
 } transfer_body_param;
@@ -146,7 +147,7 @@ typedef struct __attribute__((packed)) {
     uint32_t n_mode_id;
     uint32_t n_slot;
     uint32_t n_reply_times;
-    uint32_t n_no_ack; /* EN_REQUEST_ACK / EN_REQUEST_NO_ACK */
+    uint32_t n_no_ack;          /* EN_REQUEST_ACK / EN_REQUEST_NO_ACK */
     uint32_t n_write_wait_time; /* microseconds */
     uint32_t n_timeout;         /* milliseconds */
     uint32_t n_polling_state;
@@ -214,8 +215,7 @@ SDK_API int32_t sdk_get_packet_length(request_header_t st_request_header,
 /* Assembles a whole frame into p_send_buf, which the caller has zeroed for the frame
  * length (data + header length + checksums). */
 SDK_API int32_t sdk_packet_data(uint8_t *p_send_buf, uint8_t *p_wbuf, uint32_t n_buf_len,
-                                frame_header_t st_frame_header,
-                                request_header_t st_request_header,
+                                frame_header_t st_frame_header, request_header_t st_request_header,
                                 request_body_t st_request_body);
 
 /* ------------------------------------------------------------------ routing */
@@ -224,6 +224,76 @@ SDK_API int32_t sdk_packet_data(uint8_t *p_send_buf, uint8_t *p_wbuf, uint32_t n
  * other than FPGA or MCU; -4000 for an unknown slot, a flattened section index of 10
  * or more, or an index outside the channel table. Reads only the configuration. */
 SDK_API int32_t sdk_get_transfer_map_id(transfer_op_t st_header);
+
+/* ---- request API and engine threads ---- */
+
+/* Accepts a request: routes it, builds its frame into a new in-flight record stored in
+ * p_packet_node and registers it with the engine; returns at once. 0; -3 / -4000 for a
+ * target that cannot be routed, an unopened channel, a receiving-card port or card
+ * outside the channel's structures (or a channel without them); -4006 for a frame that
+ * would not fit the 9000-byte send buffer; -5 when memory runs out; the code of a failed
+ * push. On failure nothing stays registered and p_packet_node is not an in-flight record
+ * (NULL once a record had been allocated). Any number of host threads. */
+SDK_API int32_t sdk_request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *p_st_header);
+/* Blocks until the request has ended, copies the reply data (at most 9000 bytes) to
+ * p_rbuf, frees the record and resets p_packet_node. The byte count; 0 without reply data
+ * or without a record; -4001 when the request timed out. One waiter per request. */
+SDK_API int32_t sdk_request_wait(char *p_rbuf, transfer_op_t *p_st_header);
+/* The request's e_state (0 to 7), read without a lock; -4000 without a record. */
+SDK_API int32_t sdk_request_get_state(transfer_op_t *p_st_header);
+/* Waits for the end of the request, frees the record, resets p_packet_node. Always 0. */
+SDK_API int32_t sdk_request_free(transfer_op_t *p_st_header);
+
+/* Builds the engine's containers in start-up order: report queue, channel send queues,
+ * monitor lists, send lists, receiving-card queues, label lists. Once, after channel
+ * set-up and before any worker thread. 0 or the first failing step's code. */
+SDK_API int32_t sdk_transfer_containers_init(void);
+
+/* Sender thread body: sends the head frame of every listed queue whose channel, card
+ * and port are free. Never returns. */
+SDK_API void *sdk_transfer_sender_thread(void *arg);
+/* 0 when the head frame of the queue may go now; -4000 channel, card or port busy (or
+ * channel not open); -1 receiving-card queue without its port record. Sender only. */
+SDK_API int32_t sdk_transfer_channel_check(send_queue_t *p_queue);
+/* b_used 2 occupies the channel (or card and port) of the queue for the request; any
+ * other value releases it, drops the request's hold on a card queue and posts the send
+ * semaphore. Always 0. Occupy: sender thread; release: monitor thread. */
+SDK_API int32_t sdk_transfer_channel_state_update(queue_general_data_t *p_general,
+                                                  packet_general_data_t *p_packet, uint32_t b_used);
+/* Writes one frame to channel n_transfer_id (UDP datagram or serial write). 0 when every
+ * byte went out; else the count or -1 returned by the send or write; -4000 for another
+ * channel type or an index outside the table. */
+SDK_API int32_t sdk_physical_send(uint8_t *p_send_buf, uint32_t n_send_len, uint32_t n_transfer_id);
+/* Logs the bytes as hex, 24 per line, at debug level. */
+SDK_API void print_24_per_line(const uint8_t *buf, int len);
+
+/* Network receive thread body: select over the opened UDP channels, then
+ * sdk_recv_manage. Never returns. */
+SDK_API void *sdk_transfer_recv_thread(void *arg);
+/* Serves one datagram from every UDP channel whose descriptor is in n_fd_event: matches
+ * it by label and stores the reply. 0 when the last served datagram was matched or none
+ * was served; otherwise the code that stopped the pass or of the last label search. */
+SDK_API int32_t sdk_recv_manage(fd_set n_fd_event);
+/* One datagram of channel n_transfer_id into p_rbuf (room for 65535 bytes). The count;
+ * -4000 for a channel neither UDP nor REPORT_UDP; -3000 when the receive fails. */
+SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id);
+/* Finds the oldest request with label n_lable in the label list chosen by e_type
+ * (PACKET_VIDEO / PACKET_SENDER: the channel's; PACKET_RECV: the card's behind the
+ * port) and removes it, copying its node to *p_packet. 0; -4008 when none or e_type,
+ * channel, port or card unknown. Any thread. */
+SDK_API int32_t sdk_get_member_form_lable(packet_code_type e_type, uint32_t n_eth_id,
+                                          uint32_t n_rvcard_id, send_lable_list_t *p_packet,
+                                          uint32_t n_lable, uint32_t n_transfer_id);
+
+/* Time-out monitor thread body: ends, retransmits and polls the requests in flight.
+ * Never returns. */
+SDK_API void *sdk_transfer_timeout_monitor_thread(void *arg);
+/* Posts the monitor and send semaphores every 1500 microseconds. Never returns. */
+SDK_API void *sdk_transfer_trigger_thread(void *arg);
+/* Next polling step of a polled receiving-card request. Always 0. Monitor thread. */
+SDK_API int32_t sdk_send_polling(packet_data_t *p_packet);
+/* Sends the request's frame again and restarts its time-out. Always 0. Monitor thread. */
+SDK_API int32_t sdk_reply_send(packet_data_t *p_packet);
 
 /* ---- channel set-up and endpoints ---- */
 
@@ -255,8 +325,7 @@ SDK_API int32_t sdk_udp_init(sock_addr_t st_addr, transfer_data_t *p_st_info);
  *   report:     UDP and REPORT_UDP (not called by start-up)
  * Other channel types are logged and skipped; their records keep n_fd -1 and n_state 0. */
 SDK_API int32_t sdk_maincards_transfer_init(mio_json *p_transfer_root);
-SDK_API int32_t sdk_subcards_transfer_init(char *slot, uint32_t slotnum,
-                                           mio_json *p_transfer_root);
+SDK_API int32_t sdk_subcards_transfer_init(char *slot, uint32_t slotnum, mio_json *p_transfer_root);
 SDK_API int32_t sdk_backplane_transfer_init(mio_json *p_transfer_root);
 SDK_API int32_t sdk_report_transfer_init(mio_json *p_transfer_root);
 
@@ -319,8 +388,7 @@ SDK_STATIC_ASSERT(sizeof(upgrade_mcu_t) == 512 + 4 + 255 + 14 * 4, "upgrade_mcu_
  * EN_MID_ACK_POINTER_NULL for a NULL record or vector. */
 
 /* EN_MID_ACK_TRUE, or EN_MID_ACK_INVALID after printing the usage to stderr for -h. */
-SDK_API en_mid_ack cmd_parse_recvcard(recvcard_struct *p_common_cmd, int32_t n_argc,
-                                      char **p_argv);
+SDK_API en_mid_ack cmd_parse_recvcard(recvcard_struct *p_common_cmd, int32_t n_argc, char **p_argv);
 /* EN_MID_ACK_TRUE. */
 SDK_API en_mid_ack cmd_parse_recvcard_mcu(upgrade_mcu_t *p_common_cmd, int32_t n_argc,
                                           char **p_argv);

@@ -18,14 +18,6 @@ isp_sim::Config part(const char *name) {
 
 }  // namespace
 
-TEST(IspIdentify, NamesByValue) {
-    EXPECT_STREQ(str_mcu_type[MCU_UNKNOWN], "MCU_UNKNOWN");
-    EXPECT_STREQ(str_mcu_type[MCU_GD32F303], "MCU_GD32F303");
-    EXPECT_STREQ(str_mcu_type[MCU_GD32E503], "MCU_GD32E503");
-    EXPECT_STREQ(str_mcu_type[MCU_GD32F470], "MCU_GD32F470");
-    EXPECT_STREQ(str_mcu_type[MCU_STM32H750], "MCU_STM32H750");
-}
-
 TEST(IspIdentify, EachPartIsRecognised) {
     const struct {
         const char *part;
@@ -86,45 +78,36 @@ TEST(IspIdentify, GdIdentifierAnswers) {
 }
 
 TEST(IspIdentify, EraseTypeQuery) {
-    {
-        SimulatedMcu mcu(synced());
-        CaptureStdout();
-        EXPECT_EQ(mcu_erasetype_get(), 0);
-        EXPECT_EQ(GetCapturedStdout(),
-                  "mcu_erasetype_get : read command support len = 7\nerase_type = 0\n");
-    }
-    {
+    const std::vector<uint8_t> thirteen = {0x00, 0x01, 0x02, 0x06, 0x11, 0x21, 0x31,
+                                           0x63, 0x73, 0x82, 0x92, 0x43, 0x44};
+    std::vector<uint8_t> fourteen = thirteen;
+    fourteen.push_back(0x45);
+    // 13 codes fit the answer buffer (with the version and the ACK), 14 do not.
+    const struct {
+        bool extended;
+        std::vector<uint8_t> codes;  // empty: the simulator's own
+        int type;
+        const char *printed;
+        bool whole;  // the whole output, or a part of it
+    } cases[] = {
+        {true, {}, 0, "mcu_erasetype_get : read command support len = 7\nerase_type = 0\n", true},
+        {false, {}, 1, "erase_type = 1\n", false},
+        {true, thirteen, 0, "support len = 13\n", false},
+        {true, fourteen, -1,
+         "mcu_erasetype_get : read command support len = 14\nread length overflow.\n", true},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.printed);
         isp_sim::Config cfg = synced();
-        cfg.extended_erase = false;
+        cfg.extended_erase = c.extended;
+        if (!c.codes.empty()) cfg.get_codes = c.codes;
         SimulatedMcu mcu(cfg);
         CaptureStdout();
-        EXPECT_EQ(mcu_erasetype_get(), 1);
-        EXPECT_NE(GetCapturedStdout().find("erase_type = 1\n"), std::string::npos);
-    }
-    {
-        // 13 codes fit the answer buffer (with the version and the ACK), 14 do not.
-        isp_sim::Config cfg = synced();
-        cfg.get_codes = {0x00, 0x01, 0x02, 0x06, 0x11, 0x21, 0x31,
-                         0x63, 0x73, 0x82, 0x92, 0x43, 0x44};
-        SimulatedMcu mcu(cfg);
-        CaptureStdout();
-        EXPECT_EQ(mcu_erasetype_get(), 0);
-        EXPECT_NE(GetCapturedStdout().find("support len = 13\n"), std::string::npos);
-    }
-    {
-        isp_sim::Config cfg = synced();
-        cfg.get_codes = {0x00, 0x01, 0x02, 0x06, 0x11, 0x21, 0x31,
-                         0x63, 0x73, 0x82, 0x92, 0x43, 0x44, 0x45};
-        SimulatedMcu mcu(cfg);
-        CaptureStdout();
-        EXPECT_EQ(mcu_erasetype_get(), -1);
-        EXPECT_EQ(GetCapturedStdout(),
-                  "mcu_erasetype_get : read command support len = 14\nread length overflow.\n");
+        EXPECT_EQ(mcu_erasetype_get(), c.type);
+        std::string out = GetCapturedStdout();
+        EXPECT_TRUE(c.whole ? out == c.printed : out.find(c.printed) != std::string::npos) << out;
         EXPECT_EQ(read_st_mcu_pid(), 0x450);  // the stream is still in step
     }
-    {
-        // Not synchronised: the bootloader ignores the command.
-        SimulatedMcu mcu;
-        EXPECT_EQ(mcu_erasetype_get(), -1);
-    }
+    SimulatedMcu unsynced;  // not synchronised: the bootloader ignores the command
+    EXPECT_EQ(mcu_erasetype_get(), -1);
 }

@@ -87,23 +87,30 @@ std::string write_image(const sdk::test::TempDir &dir, const std::string &name,
     return dir.write(name, std::string(image.begin(), image.end()));
 }
 
-// Runs a program with its output in log; its exit status, or -1 when it had to be killed
-// after timeout_s seconds.
-int run_program(const std::vector<std::string> &args, const std::string &log, int timeout_s) {
+// Starts args[0] with stdout (and stderr, when to_err) going to out_fd.
+pid_t spawn(std::vector<std::string> args, int out_fd, bool to_err) {
     std::vector<char *> argv;
-    argv.reserve(args.size() + 1);
-    for (const auto &a : args)
-        argv.push_back(const_cast<char *>(a.c_str()));
+    for (auto &a : args)
+        argv.push_back(a.data());
     argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    posix_spawn_file_actions_adddup2(&actions, out_fd, 1);
+    if (to_err) posix_spawn_file_actions_adddup2(&actions, out_fd, 2);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
     pid_t pid = -1;
     int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) return -1;
+    return rc == 0 ? pid : -1;
+}
+
+// Runs a program with its output in log; its exit status, or -1 when it had to be killed
+// after timeout_s seconds.
+int run_program(const std::vector<std::string> &args, const std::string &log, int timeout_s) {
+    int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    pid_t pid = spawn(args, fd, true);
+    close(fd);
+    if (pid < 0) return -1;
     int status = 0;
     for (int waited_ms = 0;; waited_ms += 20) {
         if (waitpid(pid, &status, WNOHANG) == pid) break;
@@ -212,19 +219,10 @@ TEST(IspPty, SimulatorProgram) {
     std::string dump = dir.path() + "/flash.bin";
     int out[2];
     ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    std::vector<std::string> args = {ISP_SIM_PTY_PATH, "--part", "gd32f303", "--flash-size",
-                                     "65536",          "--dump", dump,       "--exit-with-parent"};
-    std::vector<char *> argv;
-    argv.reserve(args.size() + 1);
-    for (auto &a : args)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    pid_t pid = -1;
-    ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
+    pid_t pid = spawn({ISP_SIM_PTY_PATH, "--part", "gd32f303", "--flash-size", "65536", "--dump",
+                       dump, "--exit-with-parent"},
+                      out[1], false);
+    ASSERT_GT(pid, 0);
     close(out[1]);
 
     // Lines the program prints, each read within 5 s.

@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <ctime>
-#include <thread>
 #include <regex>
+#include <thread>
 
 #include "zlog_fixture.h"
 
@@ -16,11 +16,9 @@ class FormatTest : public ZlogTest {
   protected:
     // Logs one INFO line with the given pattern and returns what was written.
     std::string render(const std::string &pattern, const char *msg = "hello") {
-        std::string text = "[formats]\nf = \"" + pattern + "\"\n[rules]\nc.* \"@DIR@/f.log\"; f\n";
-        EXPECT_EQ(zlog_init(config(text).c_str()), 0);
-        zlog_category_t *c = zlog_get_category("c");
-        EXPECT_NE(c, nullptr);
-        zlog(c, "src/dir/unit.cpp", 16, "my_func", 7, 42, ZLOG_LEVEL_INFO, "%s", msg);
+        init("[formats]\nf = \"" + pattern + "\"\n[rules]\nc.* \"@DIR@/f.log\"; f\n");
+        zlog(zlog_get_category("c"), "src/dir/unit.cpp", 16, "my_func", 7, 42, ZLOG_LEVEL_INFO,
+             "%s", msg);
         zlog_fini();
         std::string out = read("f.log");
         std::remove(path("f.log").c_str());
@@ -28,18 +26,33 @@ class FormatTest : public ZlogTest {
     }
 };
 
-TEST_F(FormatTest, SourcePositionAndLevel) {
-    EXPECT_EQ(render("%c|%V|%v|%F|%f|%L|%U|%m|%%|%n"),
-              "c|INFO|info|src/dir/unit.cpp|unit.cpp|42|my_func|hello|%|\n");
-}
-
-TEST_F(FormatTest, ProcessAndThread) {
-    EXPECT_EQ(render("%p"), std::to_string(getpid()));
+TEST_F(FormatTest, Conversions) {
     char hex[32];
     std::snprintf(hex, sizeof(hex), "%lx", static_cast<unsigned long>(pthread_self()));
-    EXPECT_EQ(render("%t"), hex);
-    EXPECT_EQ(render("%T"), std::to_string(static_cast<unsigned long>(pthread_self())));
-    EXPECT_EQ(render("%k"), std::to_string(gettid()));
+    const std::string big(100000, 'x');
+    const struct {
+        const char *pattern, *msg;
+        std::string expected;
+    } cases[] = {
+        {"%c|%V|%v|%F|%f|%L|%U|%m|%%|%n", "hello",
+         "c|INFO|info|src/dir/unit.cpp|unit.cpp|42|my_func|hello|%|\n"},
+        {"%p", "hello", std::to_string(getpid())},
+        {"%t", "hello", hex},
+        {"%T", "hello", std::to_string(static_cast<unsigned long>(pthread_self()))},
+        {"%k", "hello", std::to_string(gettid())},
+        {"[%5V]", "hello", "[ INFO]"},
+        {"[%-5V]", "hello", "[INFO ]"},
+        {"[%.2V]", "hello", "[IN]"},
+        {"[%-8.2v]", "hello", "[in      ]"},
+        {"[%-20.30c]", "hello", "[c                   ]"},
+        {"[%3.5m]", "abcdefgh", "[abcde]"},
+        {"[%3m]", "a", "[  a]"},
+        {"[%-6L]", "hello", "[42    ]"},
+        {"%m", big.c_str(), big},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(render(c.pattern, c.msg), c.expected) << c.pattern;
+    EXPECT_EQ(render("[%8d(%Y)]").size(), 10U);
 }
 
 TEST_F(FormatTest, Time) {
@@ -51,26 +64,16 @@ TEST_F(FormatTest, Time) {
     std::string out = render("%d(%Y)");
     // The year can only differ across a New Year's midnight.
     EXPECT_TRUE(out == year || out == std::to_string(std::atoi(year) + 1)) << out;
-    EXPECT_TRUE(std::regex_match(render("%d"), std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)")));
-    EXPECT_TRUE(std::regex_match(render("%d()"), std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)")));
-    EXPECT_TRUE(
-        std::regex_match(render("%d(%H:%M:%S).%ms"), std::regex(R"(\d\d:\d\d:\d\d\.\d{3})")));
-    EXPECT_TRUE(std::regex_match(render("%us"), std::regex(R"(\d{6})")));
+    const std::string stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)";
+    for (auto [pattern, shape] : {std::pair<const char *, std::string>{"%d", stamp},
+                                  {"%d()", stamp},
+                                  {"%d(%H:%M:%S).%ms", R"(\d\d:\d\d:\d\d\.\d{3})"},
+                                  {"%us", R"(\d{6})"}}) {
+        EXPECT_TRUE(std::regex_match(render(pattern), std::regex(shape))) << pattern;
+    }
 }
 
-TEST_F(FormatTest, WidthAndPrecision) {
-    EXPECT_EQ(render("[%5V]"), "[ INFO]");
-    EXPECT_EQ(render("[%-5V]"), "[INFO ]");
-    EXPECT_EQ(render("[%.2V]"), "[IN]");
-    EXPECT_EQ(render("[%-8.2v]"), "[in      ]");
-    EXPECT_EQ(render("[%-20.30c]"), "[c                   ]");
-    EXPECT_EQ(render("[%3.5m]", "abcdefgh"), "[abcde]");
-    EXPECT_EQ(render("[%3m]", "a"), "[  a]");
-    EXPECT_EQ(render("[%-6L]"), "[42    ]");
-    EXPECT_EQ(render("[%8d(%Y)]").size(), 10U);
-}
-
-TEST_F(FormatTest, MdcRendering) {
+TEST_F(FormatTest, MdcRenderingIsPerThread) {
     init("[formats]\nf = \"[%M(tag)][%M(other)] %m%n\"\n[rules]\nc.* \"@DIR@/f.log\"; f\n");
     zlog_category_t *c = zlog_get_category("c");
     ASSERT_NE(c, nullptr);
@@ -79,27 +82,19 @@ TEST_F(FormatTest, MdcRendering) {
     ASSERT_EQ(zlog_put_mdc("tag", "DEVICE"), 0);
     ASSERT_EQ(zlog_put_mdc("other", "x"), 0);
     zlog_info(c, "two");
+    std::thread t([c] {
+        EXPECT_EQ(zlog_get_mdc("tag"), nullptr);
+        zlog_info(c, "thread");
+        zlog_put_mdc("tag", "OTHER");
+    });
+    t.join();
+    EXPECT_STREQ(zlog_get_mdc("tag"), "DEVICE");
     zlog_remove_mdc("tag");
     zlog_info(c, "three");
     zlog_clean_mdc();
     zlog_info(c, "four");
-    EXPECT_EQ(read("f.log"), "[TRANSFER][] one\n[DEVICE][x] two\n[][x] three\n[][] four\n");
-}
-
-TEST_F(FormatTest, MdcIsPerThread) {
-    init("[formats]\nf = \"[%M(tag)] %m%n\"\n[rules]\nc.* \"@DIR@/f.log\"; f\n");
-    zlog_category_t *c = zlog_get_category("c");
-    ASSERT_NE(c, nullptr);
-    ASSERT_EQ(zlog_put_mdc("tag", "MAIN"), 0);
-    std::thread t([c] {
-        EXPECT_EQ(zlog_get_mdc("tag"), nullptr);
-        zlog_info(c, "other");
-        zlog_put_mdc("tag", "OTHER");
-    });
-    t.join();
-    EXPECT_STREQ(zlog_get_mdc("tag"), "MAIN");
-    zlog_info(c, "main");
-    EXPECT_EQ(read("f.log"), "[] other\n[MAIN] main\n");
+    EXPECT_EQ(read("f.log"),
+              "[TRANSFER][] one\n[DEVICE][x] two\n[][] thread\n[][x] three\n[][] four\n");
 }
 
 TEST_F(FormatTest, MdcLimits) {
@@ -115,54 +110,36 @@ TEST_F(FormatTest, MdcLimits) {
     EXPECT_EQ(zlog_get_mdc("missing"), nullptr);
 }
 
-TEST_F(FormatTest, DefaultFormat) {
-    init("[rules]\nc.* \"@DIR@/f.log\"\n");
-    zlog_category_t *c = zlog_get_category("c");
-    ASSERT_NE(c, nullptr);
-    zlog(c, "src/unit.cpp", 12, "fn", 2, 7, ZLOG_LEVEL_WARN, "value %d", 5);
-    std::string expected = "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d WARN \\[" +
-                           std::to_string(getpid()) + ":src/unit.cpp:7\\] value 5\n";
-    EXPECT_TRUE(std::regex_match(read("f.log"), std::regex(expected))) << read("f.log");
-}
-
-TEST_F(FormatTest, GlobalDefaultFormat) {
-    init("[global]\ndefault format = \"%V %m%n\"\n[rules]\nc.* \"@DIR@/f.log\"\n");
-    zlog_error(zlog_get_category("c"), "boom");
-    EXPECT_EQ(read("f.log"), "ERROR boom\n");
-}
-
-TEST_F(FormatTest, CustomLevelNames) {
+TEST_F(FormatTest, DefaultFormatsAndCustomLevels) {
     init(
-        "[levels]\nTRACE = 10\n[formats]\nf = \"%V/%v %m%n\"\n[rules]\nc.trace \"@DIR@/f.log\"; "
-        "f\n");
+        "[global]\ndefault format = \"%V %m%n\"\n[levels]\nTRACE = 10\n[formats]\n"
+        "f = \"%V/%v %m%n\"\n[rules]\nc.trace \"@DIR@/f.log\"; f\nd.* \"@DIR@/g.log\"\n");
     zlog_category_t *c = zlog_get_category("c");
-    ASSERT_NE(c, nullptr);
     zlog(c, "f", 1, "u", 1, 1, 10, "t");
     zlog(c, "f", 1, "u", 1, 1, 50, "undefined level");
     zlog_debug(c, "d");
+    zlog_error(zlog_get_category("d"), "boom");
     EXPECT_EQ(read("f.log"), "TRACE/trace t\nUNKNOWN/unknown undefined level\nDEBUG/debug d\n");
+    EXPECT_EQ(read("g.log"), "ERROR boom\n");
+    zlog_fini();
+    init("[rules]\nc.* \"@DIR@/h.log\"\n");
+    zlog(zlog_get_category("c"), "src/unit.cpp", 12, "fn", 2, 7, ZLOG_LEVEL_WARN, "value %d", 5);
+    EXPECT_TRUE(std::regex_match(
+        read("h.log"), std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d WARN \[)" +
+                                  std::to_string(getpid()) + R"(:src/unit.cpp:7\] value 5\n)")))
+        << read("h.log");
 }
 
-TEST_F(FormatTest, EnvironmentInPathAndFormat) {
+TEST_F(FormatTest, EnvironmentAndCategoryInFilePath) {
     setenv("ZLOG_TEST_NAME", "fromenv", 1);
     init(
-        "[formats]\nf = \"%E(ZLOG_TEST_NAME) %m%n\"\n[rules]\nc.* "
-        "\"@DIR@/%E(ZLOG_TEST_NAME).log\"; f\n");
+        "[formats]\nf = \"%E(ZLOG_TEST_NAME) %m%n\"\n[rules]\n"
+        "c.* \"@DIR@/%E(ZLOG_TEST_NAME).log\"; f\n*.* \"@DIR@/%c.log\"; f\n");
     zlog_info(zlog_get_category("c"), "x");
-    EXPECT_EQ(read("fromenv.log"), "fromenv x\n");
-}
-
-TEST_F(FormatTest, DynamicFilePath) {
-    init("[formats]\nf = \"%m%n\"\n[rules]\n*.* \"@DIR@/%c.log\"; f\n");
-    zlog_info(zlog_get_category("alpha"), "a");
     zlog_info(zlog_get_category("beta"), "b");
-    EXPECT_EQ(read("alpha.log"), "a\n");
-    EXPECT_EQ(read("beta.log"), "b\n");
-}
-
-TEST_F(FormatTest, LongMessage) {
-    std::string big(100000, 'x');
-    EXPECT_EQ(render("%m", big.c_str()), big);
+    EXPECT_EQ(read("fromenv.log"), "fromenv x\n");
+    EXPECT_EQ(read("c.log"), "fromenv x\n");
+    EXPECT_EQ(read("beta.log"), "fromenv b\n");
 }
 
 }  // namespace

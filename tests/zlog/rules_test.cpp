@@ -25,20 +25,15 @@ class RulesTest : public ZlogTest {
     }
 };
 
-TEST_F(RulesTest, FileOutputAppends) {
+TEST_F(RulesTest, FileOutputsAppendAndSync) {
     std::ofstream(path("a.log")) << "old line\n";
-    init("[formats]\nf = \"%c %V %m%n\"\n[rules]\na.INFO \"@DIR@/a.log\"; f\n");
-    zlog_category_t *a = zlog_get_category("a");
-    ASSERT_NE(a, nullptr);
-    zlog_info(a, "n=%d s=%s", 3, "x");
+    init(
+        "[formats]\nf = \"%c %V %m%n\"\n[rules]\na.INFO \"@DIR@/a.log\"; f\n"
+        "a.* -\"@DIR@/s.log\"; f\n");
+    zlog_info(zlog_get_category("a"), "n=%d s=%s", 3, "x");
+    EXPECT_EQ(read("s.log"), "a INFO n=3 s=x\n");
     zlog_fini();
     EXPECT_EQ(read("a.log"), "old line\na INFO n=3 s=x\n");
-}
-
-TEST_F(RulesTest, SynchronousFileOutput) {
-    init("[formats]\nf = \"%m%n\"\n[rules]\na.* -\"@DIR@/a.log\"; f\n");
-    zlog_info(zlog_get_category("a"), "synced");
-    EXPECT_EQ(read("a.log"), "synced\n");
 }
 
 TEST_F(RulesTest, StdoutAndStderrOutputs) {
@@ -85,31 +80,20 @@ TEST_F(RulesTest, LevelEnabledFollowsRules) {
     EXPECT_EQ(zlog_level_enabled(a, 1000), 0);
 }
 
-TEST_F(RulesTest, UndefinedCategoryIsNull) {
-    init("[rules]\nsdk.INFO \"@DIR@/sdk.log\"\n");
+TEST_F(RulesTest, ExactAndPrefixCategories) {
+    init(
+        "[formats]\nf = \"%c %m%n\"\n[rules]\nsdk.INFO \"@DIR@/sdk.log\"\n"
+        "aa_.* \"@DIR@/aa.log\"; f\n");
     EXPECT_NE(zlog_get_category("sdk"), nullptr);
     EXPECT_EQ(zlog_get_category("sdk"), zlog_get_category("sdk"));
-    EXPECT_EQ(zlog_get_category("debug"), nullptr);
-    EXPECT_EQ(zlog_get_category("sdk_x"), nullptr);  // "sdk" is not a prefix rule
-    EXPECT_EQ(zlog_get_category(""), nullptr);
+    for (const char *none : {"debug", "sdk_x", "", "aa1_x", "a", "aab"})
+        EXPECT_EQ(zlog_get_category(none), nullptr) << none;
     EXPECT_EQ(zlog_get_category(nullptr), nullptr);
-}
-
-TEST_F(RulesTest, PrefixRules) {
-    init("[formats]\nf = \"%c %m%n\"\n[rules]\naa_.* \"@DIR@/aa.log\"; f\n");
-    zlog_category_t *aa = zlog_get_category("aa");
-    zlog_category_t *aa_x = zlog_get_category("aa_x");
-    zlog_category_t *aa_x_y = zlog_get_category("aa_x_y");
-    ASSERT_NE(aa, nullptr);
-    ASSERT_NE(aa_x, nullptr);
-    ASSERT_NE(aa_x_y, nullptr);
-    EXPECT_EQ(zlog_get_category("aa1_x"), nullptr);
-    EXPECT_EQ(zlog_get_category("a"), nullptr);
-    EXPECT_EQ(zlog_get_category("aab"), nullptr);
-    zlog_info(aa, "1");
-    zlog_info(aa_x, "2");
-    zlog_info(aa_x_y, "3");
-    EXPECT_EQ(joined("aa.log"), "aa 1,aa_x 2,aa_x_y 3");
+    for (const char *name : {"aa", "aa_x", "aa_x_y"}) {
+        ASSERT_NE(zlog_get_category(name), nullptr) << name;
+        zlog_info(zlog_get_category(name), "1");
+    }
+    EXPECT_EQ(joined("aa.log"), "aa 1,aa_x 1,aa_x_y 1");
 }
 
 TEST_F(RulesTest, StarRuleTakesEveryCategory) {
@@ -200,37 +184,33 @@ class RotationTest : public ZlogTest {
     }
 };
 
-TEST_F(RotationTest, RollingArchives) {
-    init(
-        "[formats]\nf = \"%m%n\"\n[rules]\na.* \"@DIR@/r.log\", 100 * 2 ~ \"@DIR@/r.#r.log\"; f\n");
-    ten_lines(zlog_get_category("a"));
-    EXPECT_EQ(numbers("r.log"), "09 10 ");
-    EXPECT_EQ(numbers("r.0.log"), "07 08 ");
-    EXPECT_EQ(numbers("r.1.log"), "05 06 ");
-    EXPECT_FALSE(std::filesystem::exists(path("r.2.log")));
-}
-
-TEST_F(RotationTest, SequenceArchives) {
-    init(
-        "[formats]\nf = \"%m%n\"\n[rules]\na.* \"@DIR@/s.log\", 100 * 2 ~ \"@DIR@/s.#2s.log\"; "
-        "f\n");
-    ten_lines(zlog_get_category("a"));
-    EXPECT_EQ(numbers("s.log"), "09 10 ");
-    EXPECT_EQ(numbers("s.03.log"), "07 08 ");
-    EXPECT_EQ(numbers("s.02.log"), "05 06 ");
-    EXPECT_FALSE(std::filesystem::exists(path("s.01.log")));
-    EXPECT_FALSE(std::filesystem::exists(path("s.00.log")));
-}
-
-TEST_F(RotationTest, DefaultPatternUnlimited) {
-    init("[formats]\nf = \"%m%n\"\n[rules]\na.* \"@DIR@/d.log\", 100; f\n");
-    ten_lines(zlog_get_category("a"));
-    EXPECT_EQ(numbers("d.log"), "09 10 ");
-    EXPECT_EQ(numbers("d.log.0"), "07 08 ");
-    EXPECT_EQ(numbers("d.log.3"), "01 02 ");
-}
-
-TEST_F(RotationTest, BadPatternFails) {
+// Ten lines of 40 bytes into files of 100: which lines each archive holds.
+TEST_F(RotationTest, Archives) {
+    const struct {
+        const char *output;
+        std::vector<std::pair<const char *, const char *>> files;  // name, line numbers
+        std::vector<const char *> absent;
+    } cases[] = {
+        {"\"@DIR@/r.log\", 100 * 2 ~ \"@DIR@/r.#r.log\"",
+         {{"r.log", "09 10 "}, {"r.0.log", "07 08 "}, {"r.1.log", "05 06 "}},
+         {"r.2.log"}},
+        {"\"@DIR@/s.log\", 100 * 2 ~ \"@DIR@/s.#2s.log\"",
+         {{"s.log", "09 10 "}, {"s.03.log", "07 08 "}, {"s.02.log", "05 06 "}},
+         {"s.01.log", "s.00.log"}},
+        {"\"@DIR@/d.log\", 100",  // default archive names, no limit
+         {{"d.log", "09 10 "}, {"d.log.0", "07 08 "}, {"d.log.3", "01 02 "}},
+         {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.output);
+        init(std::string("[formats]\nf = \"%m%n\"\n[rules]\na.* ") + c.output + "; f\n");
+        ten_lines(zlog_get_category("a"));
+        zlog_fini();
+        for (const auto &[name, expected] : c.files)
+            EXPECT_EQ(numbers(name), expected) << name;
+        for (const char *name : c.absent)
+            EXPECT_FALSE(std::filesystem::exists(path(name))) << name;
+    }
     EXPECT_EQ(
         zlog_init(config("[rules]\na.* \"@DIR@/d.log\", 1MB ~ \"@DIR@/d.log.old\"\n").c_str()), -1);
 }

@@ -1,0 +1,252 @@
+// The network receive thread: takes the boards' replies off the UDP channels and hands
+// each to the request that waits for its label.
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "common/bytes.h"
+#include "common/lock.h"
+#include "common/log.h"
+#include "common/result.h"
+#include "transfer_server.h"
+#include "transfer_server/engine_globals.h"
+#include "transfer_server/frame_layout.h"
+#include "transfer_server/request_state.h"
+
+namespace {
+
+constexpr uint32_t kRecvBufLen = 65535;
+constexpr uint32_t kMinFrame = 10;
+constexpr uint32_t kOffDeviceType = 11;
+constexpr uint32_t kOffDeviceIndex = 12;
+constexpr uint32_t kOffRvcardLen = 22;
+constexpr uint32_t kOffRvcardReply = 24;
+constexpr useconds_t kSelectRetryUs = 1000;
+
+struct Reply {
+    const uint8_t *p_data = nullptr;
+    uint32_t n_len = 0;
+    bool b_card_body = false;
+};
+
+// Checks the frame and finds the reply in it; a negative code ends the pass, a positive
+// one only stops it with the running result (unknown frame or body type).
+int32_t parse(const uint8_t *b, uint32_t n, Reply *r) {
+    if (n < kMinFrame) {
+        TLOGE(" max num error code %d", sdk::kErrRefused);
+        return sdk::kErrRefused;
+    }
+    const uint32_t n_frame_len = sdk::get_le16(b + sdk::frame::kOffLen) + 10u;
+    if (n_frame_len != n) {
+        TLOGE(" %d %d error code %d", n_frame_len, n, sdk::kErrRefused);
+        return sdk::kErrRefused;
+    }
+    if (b[sdk::frame::kOffFrameType] != FRAME_SLOT) {
+        TLOGE("UNKNOW FRAME_SLOT");
+        return 1;
+    }
+    const uint8_t n_kind = b[sdk::frame::kOffParam] & SDK_PARAM_BODY_MASK;
+    // Settled: the reply is taken only when it lies inside the received bytes and fits
+    // the 9000-byte receive buffer; otherwise the frame is malformed.
+    if (n_kind == BODY_ADDRESS || n_kind == BODY_TLV) {
+        if (n < sdk::frame::kOffAddrData) {
+            TLOGE(" max num error code %d", sdk::kErrRefused);
+            return sdk::kErrRefused;
+        }
+        const uint32_t n_len = sdk::get_le16(b + sdk::frame::kOffAddrLen) + 4u;
+        if (n_len > SDK_DATA_BUF_LEN || sdk::frame::kOffAddrErr + n_len > n) {
+            TLOGE(" max num error code %d", sdk::kErrRefused);
+            return sdk::kErrRefused;
+        }
+        *r = Reply{b + sdk::frame::kOffAddrErr, n_len, false};
+        return sdk::kOk;
+    }
+    if (n_kind == BODY_RECVCARD) {
+        if (n < kOffRvcardReply) {
+            TLOGE(" max num error code %d", sdk::kErrRefused);
+            return sdk::kErrRefused;
+        }
+        const uint32_t n_len = sdk::get_le16(b + kOffRvcardLen);
+        if (n_len > SDK_DATA_BUF_LEN || kOffRvcardReply + n_len > n) {
+            TLOGE(" max num error code %d", sdk::kErrRefused);
+            return sdk::kErrRefused;
+        }
+        *r = Reply{b + kOffRvcardReply, n_len, true};
+        return sdk::kOk;
+    }
+    TLOGE("UNKNOW BODY TYPE");
+    return 1;
+}
+
+// Settled: copying the reply and ending the request exclude each other through
+// st_wait_lock. The monitor never ends a request whose label a reply has taken until the
+// reply is stored (PACKET_RECV_DONE), so the record is alive here.
+void deliver(packet_data_t *p, const Reply &r, bool b_card_device) {
+    sdk::MutexLock wait_lock(&p->st_wait_lock);
+    if (!sdk::request_enabled(&p->p_packet)) {
+        // A withdrawn request: its requester waits for this mark before freeing it.
+        sdk::mark_set(&p->p_packet, sdk::kMarkReplySeen);
+        pthread_cond_signal(&p->st_wait_signal);
+        return;
+    }
+    if (b_card_device == r.b_card_body) {
+        memcpy(p->st_recv_data.arr_buf, r.p_data, r.n_len);
+        p->st_recv_data.n_len = r.n_len;
+    }
+    sdk::MutexLock lock(&p->p_packet.st_lock);
+    sdk::state_store(&p->p_packet, PACKET_RECV_DONE);
+}
+
+int32_t match(uint32_t n_channel, const uint8_t *b, const Reply &r) {
+    const transfer_data_t &ch = g_st_transfer.st_info[n_channel];
+    const uint32_t n_lable = sdk::get_le16(b + sdk::frame::kOffLable);
+    const bool b_card_device = b[kOffDeviceType] == DEVICE_ETH;
+    int32_t n_ret;
+    send_lable_list_t st_node{};
+    if (ch.e_packet_code_type == PACKET_SENDER && b_card_device) {
+        const uint32_t n_eth = sdk::get_le16(b + kOffDeviceIndex);
+        // Settled: a port outside the channel's ports, or a channel without receiving-card
+        // structures, makes an unmatched reply.
+        rvcard_eth_queue_manage_t *p_port = nullptr;
+        if (sdk_rvcard_port_lookup(&g_st_transfer, n_channel, n_eth, 0, &p_port) != sdk::kOk) {
+            n_ret = sdk::kErrNoLabel;
+        } else {
+            const uint32_t n_card =
+                static_cast<uint32_t>(__atomic_load_n(&p_port->n_eth_rvcard_id, __ATOMIC_ACQUIRE));
+            TLOGI("n_eth_id = %d, n_rvcard_id = %d ", n_eth, n_card);
+            n_ret =
+                sdk_get_member_form_lable(PACKET_RECV, n_eth, n_card, &st_node, n_lable, n_channel);
+        }
+    } else {
+        const packet_code_type e_kind =
+            ch.e_packet_code_type == PACKET_SENDER ? PACKET_SENDER : PACKET_VIDEO;
+        n_ret = sdk_get_member_form_lable(e_kind, 0, 0, &st_node, n_lable, n_channel);
+    }
+    if (n_ret != sdk::kOk) {
+        TLOGE("ERROR packet, n_ret: %d , pid: %d", n_ret, getpid());
+        return n_ret;
+    }
+    deliver(st_node.p_list, r, b_card_device);
+    return sdk::kOk;
+}
+
+}  // namespace
+
+namespace sdk {
+
+send_lable_manage_t *lable_list_of(packet_code_type e_type, uint32_t n_eth_id, uint32_t n_rvcard_id,
+                                   uint32_t n_transfer_id) {
+    if (g_st_transfer.st_info == nullptr ||
+        n_transfer_id >= static_cast<uint32_t>(g_st_transfer.n_num)) {
+        return nullptr;
+    }
+    if (e_type == PACKET_VIDEO || e_type == PACKET_SENDER) {
+        return &g_st_transfer.st_info[n_transfer_id].p_list;
+    }
+    if (e_type != PACKET_RECV) return nullptr;
+    rvcard_eth_queue_manage_t *p_port = nullptr;
+    if (sdk_rvcard_port_lookup(&g_st_transfer, n_transfer_id, n_eth_id, n_rvcard_id, &p_port) !=
+        kOk) {
+        return nullptr;
+    }
+    return p_port->p_list[n_rvcard_id];
+}
+
+}  // namespace sdk
+
+extern "C" {
+
+SDK_API int32_t sdk_get_member_form_lable(packet_code_type e_type, uint32_t n_eth_id,
+                                          uint32_t n_rvcard_id, send_lable_list_t *p_packet,
+                                          uint32_t n_lable, uint32_t n_transfer_id) {
+    if (e_type != PACKET_VIDEO && e_type != PACKET_SENDER && e_type != PACKET_RECV) {
+        TLOGE("unkonw transfer channel type");
+        return sdk::kErrNoLabel;
+    }
+    send_lable_manage_t *p_list = sdk::lable_list_of(e_type, n_eth_id, n_rvcard_id, n_transfer_id);
+    if (p_list == nullptr) return sdk::kErrNoLabel;
+    // The walk and the removal are one critical section of the list.
+    int32_t n_ret = sdk_lable_list_take(p_list, n_lable, p_packet);
+    if (n_ret != sdk::kOk && n_ret != sdk::kErrNoLabel) TLOGE("error code %d", n_ret);
+    return n_ret;
+}
+
+SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id) {
+    if (p_rbuf == nullptr || g_st_transfer.st_info == nullptr ||
+        n_transfer_id >= static_cast<uint32_t>(g_st_transfer.n_num)) {
+        return sdk::kErrRefused;
+    }
+    const transfer_data_t &ch = g_st_transfer.st_info[n_transfer_id];
+    if (ch.n_type != UDP && ch.n_type != REPORT_UDP) {
+        TLOGI("unknow transfer type %d", ch.n_type);
+        return sdk::kErrRefused;
+    }
+    ssize_t n = recv(ch.n_fd, p_rbuf, kRecvBufLen, 0);
+    if (n <= 0) {
+        TLOGI("socket error %d", static_cast<int32_t>(n));
+        return sdk::kErrRecv;
+    }
+    const uint8_t *b = p_rbuf;
+    if (n >= 26) {
+        TLOGI(
+            "recv lable: %02x %02x  type: %02x  device_type: %02x%02x   tag: 0x%02x%02x%02x%02x   ",
+            b[6], b[7], b[10], b[11], b[12], b[25], b[24], b[23], b[22]);
+    }
+    return static_cast<int32_t>(n);
+}
+
+SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
+    int32_t n_ret = sdk::kOk;
+    static thread_local uint8_t arr_buf[kRecvBufLen];
+    for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
+        const transfer_data_t &ch = g_st_transfer.st_info[i];
+        if (ch.n_type != UDP || ch.n_fd < 0 || ch.n_fd >= FD_SETSIZE ||
+            !FD_ISSET(ch.n_fd, &n_fd_event)) {
+            continue;
+        }
+        int32_t n = sdk_physical_recv(arr_buf, static_cast<uint32_t>(i));
+        if (n < 0) {
+            TLOGE("sdk_physical_recv n_recv_len < 0 ");
+            return n_ret;
+        }
+        Reply r;
+        int32_t n_parse = parse(arr_buf, static_cast<uint32_t>(n), &r);
+        if (n_parse < 0) return n_parse;
+        if (n_parse > 0) return n_ret;
+        n_ret = match(static_cast<uint32_t>(i), arr_buf, r);
+    }
+    return n_ret;
+}
+
+SDK_API void *sdk_transfer_recv_thread(void * /*arg*/) {
+    pthread_setname_np(pthread_self(), "recv_thread");
+    int n_max_fd = 0;
+    for (;;) {
+        fd_set st_set;
+        FD_ZERO(&st_set);
+        for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
+            const transfer_data_t &ch = g_st_transfer.st_info[i];
+            // Settled: unopened channels (negative descriptor) stay out of the set.
+            if (ch.n_type != UDP || ch.n_fd < 0 || ch.n_fd >= FD_SETSIZE) continue;
+            FD_SET(ch.n_fd, &st_set);
+            if (ch.n_fd > n_max_fd) n_max_fd = ch.n_fd;
+        }
+        if (select(n_max_fd + 1, &st_set, nullptr, nullptr, nullptr) < 0) {
+            TLOGE("select error");
+            // Settled: after a failed select the set says nothing, and the sockets are
+            // blocking: serve nothing this cycle (no receive can block) and pause briefly.
+            FD_ZERO(&st_set);
+            usleep(kSelectRetryUs);
+        }
+        int32_t n_ret = sdk_recv_manage(st_set);
+        sem_post(&g_st_monitor_manage_list.sem);
+        if (n_ret < 0) TLOGE("recv error");
+    }
+    return nullptr;
+}
+
+}  // extern "C"

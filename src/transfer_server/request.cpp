@@ -1,0 +1,277 @@
+// The request API: accepts a request, registers it with the engine and waits for its end.
+#include <pthread.h>
+#include <sys/time.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "common/lock.h"
+#include "common/log.h"
+#include "common/result.h"
+#include "transfer_server.h"
+#include "transfer_server/engine_globals.h"
+#include "transfer_server/request_state.h"
+
+namespace {
+
+constexpr uint32_t kAllCards = 0xFFFF;
+constexpr uint8_t kAllPorts = 0xFF;
+
+struct CardTarget {
+    uint32_t n_eth_id = 0;
+    uint32_t n_rvcard_id = 0;
+    rvcard_eth_queue_manage_t *p_port = nullptr;
+};
+
+bool card_request(const transfer_op_t &op) {
+    return op.st_addr_param.n_device_type == DEVICE_ETH;
+}
+
+// Settled: port and card are checked against the channel's receiving-card structures
+// (a channel without them is refused too) before anything is allocated, so a refusal
+// leaves nothing to undo.
+int32_t card_target(const transfer_op_t &op, uint32_t n_channel, CardTarget *t) {
+    t->n_rvcard_id = op.st_control.n_recvcard_id == kAllCards ? 0 : op.st_control.n_recvcard_id;
+    t->n_eth_id = op.st_addr_param.n_device_index == kAllPorts ? op.n_broadcast_eth_id
+                                                               : op.st_addr_param.n_device_index;
+    return sdk_rvcard_port_lookup(&g_st_transfer, n_channel, t->n_eth_id, t->n_rvcard_id,
+                                  &t->p_port);
+}
+
+void release_record(transfer_op_t *op) {
+    packet_data_t *p = op->p_packet_node;
+    pthread_cond_destroy(&p->st_wait_signal);
+    pthread_mutex_destroy(&p->st_wait_lock);
+    pthread_mutex_destroy(&p->p_packet.st_lock);
+    free(p);
+    op->p_packet_node = nullptr;
+}
+
+// Undoes a registration that failed after the monitor push; called with st_wait_lock
+// held. Only the monitor may pull its node, so the request is withdrawn (n_enable false)
+// and the monitor drops it and signals. If a stray reply took the label before it was
+// removed here, the receive path still holds the record: wait until it says it is done.
+void withdraw(packet_data_t *p, send_lable_manage_t *p_list) {
+    __atomic_store_n(&p->p_packet.n_enable, false, __ATOMIC_RELEASE);
+    bool b_label_mine = p_list == nullptr || sdk_lable_list_remove(p_list, p) == sdk::kOk;
+    while (!sdk::state_final(sdk::state_load(&p->p_packet)) ||
+           !(b_label_mine || sdk::mark_test(&p->p_packet, sdk::kMarkReplySeen))) {
+        pthread_cond_wait(&p->st_wait_signal, &p->st_wait_lock);
+    }
+}
+
+// Registers the record under its st_wait_lock. Order: monitor list first (its undo is the
+// withdrawal), then the label (before the frame, so that a fast reply finds it), then the
+// frame. Once the frame is queued the request is accepted: a failed send-list push is
+// left to the monitor, which lists the queue again (kMarkRelist).
+int32_t register_request(packet_data_t *p, const CardTarget *card) {
+    sdk::MutexLock wait_lock(&p->st_wait_lock);
+    const uint32_t ch = p->p_packet.n_channel_id;
+    send_queue_t *q = card == nullptr ? &g_st_sender_queue.p_queue[ch] : nullptr;
+    if (q != nullptr) p->p_queue_general = &q->st_general;
+
+    int32_t n_ret = sdk_monitor_list_push(&g_st_monitor_manage_list, p);
+    if (n_ret != sdk::kOk) return n_ret;
+
+    send_lable_manage_t *p_list = card != nullptr ? card->p_port->p_list[card->n_rvcard_id]
+                                                  : &g_st_transfer.st_info[ch].p_list;
+    n_ret = sdk_lable_list_push(p_list, p);
+    if (n_ret != sdk::kOk) {
+        withdraw(p, nullptr);
+        return n_ret;
+    }
+
+    {
+        // st_lock keeps the sender off the record until p_queue_general is written.
+        sdk::MutexLock send_lock(&p->p_packet.st_lock);
+        if (card != nullptr) {
+            send_queue_t **pp_slot = &card->p_port->p_queue[card->n_rvcard_id];
+            n_ret = sdk_rvcard_queue_push(pp_slot, card->p_port, g_st_transfer, &p->st_send_data,
+                                          &p->p_packet);
+            if (n_ret == sdk::kOk) {
+                q = *pp_slot;
+                p->p_queue_general = &q->st_general;
+            } else {
+                sdk_rvcard_queue_distory(pp_slot, card->p_port);
+            }
+        } else {
+            n_ret = sdk_send_queue_push(q, &p->st_send_data, &p->p_packet);
+        }
+    }
+    if (n_ret != sdk::kOk) {
+        withdraw(p, p_list);
+        return n_ret;
+    }
+
+    if (sdk_send_list_push(&g_st_send_manage_list, q) != sdk::kOk) {
+        TLOGE("error code %d", sdk::kErrNoMemory);
+        sdk::mark_set(&p->p_packet, sdk::kMarkRelist);
+    }
+    return sdk::kOk;
+}
+
+void fill_general(packet_general_data_t *g, const transfer_op_t &op, uint16_t n_lable,
+                  uint32_t n_channel, const CardTarget *card) {
+    gettimeofday(&g->st_start_time, nullptr);
+    g->n_timeout = op.n_timeout;
+    g->n_reply_times = op.n_reply_times;
+    g->n_no_ack = op.n_no_ack;
+    g->n_write_wait_time = op.n_write_wait_time;
+    g->n_polling_state = op.n_polling_state;
+    g->n_polling_time = op.n_polling_time;
+    g->n_broadcast_eth_id = op.n_broadcast_eth_id;
+    g->n_enable = true;
+    g->e_state = PACKET_WAIT_SEND;
+    g->n_send_lable = n_lable;
+    g->n_reply_num = 0;
+    g->n_channel_id = n_channel;
+    if (card != nullptr) {
+        g->n_recvcard_id = card->n_rvcard_id;
+        g->n_eth_id = card->n_eth_id;
+    }
+}
+
+int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
+    if (op == nullptr) return sdk::kErrRefused;
+    int32_t n_ret = sdk_get_transfer_map_id(*op);
+    if (n_ret < 0) {
+        TLOGE("error code %d", n_ret);
+        return n_ret;
+    }
+    const uint32_t ch = static_cast<uint32_t>(n_ret);
+    TLOGD("n_transfer_id %d", n_ret);
+
+    frame_header_t st_frame{};
+    request_header_t st_header{};
+    request_body_t st_body{};
+    n_ret = sdk_packet_add_frame_header(&st_frame, ch, *op);
+    if (n_ret >= 0)
+        n_ret = sdk_packet_add_request_header(&st_header, ch, st_frame.n_frame_type, *op);
+    if (n_ret >= 0) n_ret = sdk_packet_add_request_body(&st_body, st_header, *op);
+    if (n_ret < 0) {
+        TLOGE("error code %d", n_ret);
+        return n_ret;
+    }
+    n_ret = sdk_get_packet_length(st_header, st_body);
+    if (n_ret < 0) return n_ret;
+
+    // Settled: the frame must fit the 9000-byte send buffer; longer ones (up to 65535 and
+    // beyond) are refused with -4006 before the record is allocated.
+    const uint64_t n_frame_len =
+        static_cast<uint64_t>(n_ret) + n_wbuflen + 2u + (op->e_type == BODY_RECVCARD ? 2u : 0u);
+    if (n_frame_len > SDK_DATA_BUF_LEN) {
+        TLOGE(" max num error code %d", sdk::kErrFrameTooLong);
+        return sdk::kErrFrameTooLong;
+    }
+    // Settled: a channel that is not open (or a table without send queues) would never
+    // send the frame; refuse instead of queueing for ever.
+    if (ch >= g_st_sender_queue.n_num ||
+        sdk::counter_load(&g_st_transfer.st_info[ch].n_state) == CHANNEL_NULL) {
+        TLOGE("error code %d", sdk::kErrRefused);
+        return sdk::kErrRefused;
+    }
+    CardTarget card;
+    const bool b_card = card_request(*op);
+    if (b_card && (n_ret = card_target(*op, ch, &card)) != sdk::kOk) {
+        TLOGE("error code %d", n_ret);
+        return n_ret;
+    }
+
+    auto *p = static_cast<packet_data_t *>(calloc(1, sizeof(packet_data_t)));
+    op->p_packet_node = p;
+    if (p == nullptr) {
+        TLOGE("error code %d", sdk::kErrNoMemory);
+        return sdk::kErrNoMemory;
+    }
+    st_frame.n_len = static_cast<uint16_t>(n_frame_len - SDK_FRAME_HEADER_LEN);
+    p->st_send_data.n_len = static_cast<uint32_t>(n_frame_len);
+    pthread_mutex_init(&p->st_wait_lock, nullptr);
+    pthread_cond_init(&p->st_wait_signal, nullptr);
+    pthread_mutex_init(&p->p_packet.st_lock, nullptr);
+    n_ret = sdk_packet_data(p->st_send_data.arr_buf, reinterpret_cast<uint8_t *>(p_wbuf), n_wbuflen,
+                            st_frame, st_header, st_body);
+    if (n_ret < 0) {
+        TLOGE("error code %d", n_ret);
+        release_record(op);
+        return n_ret;
+    }
+    fill_general(&p->p_packet, *op, st_frame.n_lable, ch, b_card ? &card : nullptr);
+    n_ret = register_request(p, b_card ? &card : nullptr);
+    if (n_ret != sdk::kOk) {
+        // Settled: every registration made so far has been undone; the record goes too.
+        TLOGE("error code %d", n_ret);
+        release_record(op);
+    }
+    return n_ret;
+}
+
+// Waits under st_wait_lock until the engine has ended the request.
+packet_state wait_end(packet_data_t *p) {
+    packet_state s = sdk::state_load(&p->p_packet);
+    while (!sdk::state_final(s)) {
+        pthread_cond_wait(&p->st_wait_signal, &p->st_wait_lock);
+        s = sdk::state_load(&p->p_packet);
+    }
+    return s;
+}
+
+}  // namespace
+
+extern "C" {
+
+SDK_API int32_t sdk_request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *p_st_header) {
+    int32_t n_ret = request(p_wbuf, n_wbuflen, p_st_header);
+    TLOGD("sdk_request end %d ", n_ret);
+    return n_ret;
+}
+
+SDK_API int32_t sdk_request_wait(char *p_rbuf, transfer_op_t *p_st_header) {
+    TLOGI("start");
+    if (p_st_header == nullptr || p_st_header->p_packet_node == nullptr) {
+        TLOGD("p_st_header->p_packet_node == NULL ");
+        return 0;
+    }
+    packet_data_t *p = p_st_header->p_packet_node;
+    pthread_mutex_lock(&p->st_wait_lock);
+    const packet_state s0 = sdk::state_load(&p->p_packet);
+    const packet_state s = wait_end(p);
+    int32_t n_ret = sdk::kErrTimeout;
+    if (s == PACKET_END) {
+        // The receive path never stores more than the buffer holds; the bound is kept here
+        // as well so that a caller's 9000-byte buffer is never overrun.
+        uint32_t n = p->st_recv_data.n_len;
+        if (n > SDK_DATA_BUF_LEN) n = SDK_DATA_BUF_LEN;
+        if (n != 0 && p_rbuf != nullptr) {
+            memcpy(p_rbuf, p->st_recv_data.arr_buf, n);
+            if (s0 == PACKET_END) TLOGD("n_recv_lenf is %d ", n);
+        }
+        n_ret = static_cast<int32_t>(n);
+    } else if (s0 == PACKET_WAIT_TIMEOUT) {
+        TLOGD("timeout ");
+    } else {
+        TLOGE("timeout state %d ", s);
+    }
+    pthread_mutex_unlock(&p->st_wait_lock);
+    release_record(p_st_header);
+    if (n_ret == sdk::kErrTimeout) TLOGI("end");
+    return n_ret;
+}
+
+SDK_API int32_t sdk_request_get_state(transfer_op_t *p_st_header) {
+    TLOGI("start!");
+    if (p_st_header == nullptr || p_st_header->p_packet_node == nullptr) return sdk::kErrRefused;
+    return sdk::state_load(&p_st_header->p_packet_node->p_packet);
+}
+
+SDK_API int32_t sdk_request_free(transfer_op_t *p_st_header) {
+    if (p_st_header == nullptr) return 0;
+    packet_data_t *p = p_st_header->p_packet_node;
+    if (p == nullptr) return 0;
+    pthread_mutex_lock(&p->st_wait_lock);
+    wait_end(p);
+    pthread_mutex_unlock(&p->st_wait_lock);
+    release_record(p_st_header);
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,68 @@
+// What the engine threads share about a request in flight beyond the public records:
+// atomic access to the fields that several threads touch without a common lock, and the
+// engine's progress marks.
+#pragma once
+
+#include <cstddef>
+
+#include "transfer_server.h"
+
+namespace sdk {
+
+// e_state is written under st_lock (sender, receive) or st_wait_lock (monitor) but read
+// without a lock by the monitor and the API; acquire/release makes the fields written
+// before a state change visible with it.
+inline packet_state state_load(const packet_general_data_t *p) {
+    return __atomic_load_n(&p->e_state, __ATOMIC_ACQUIRE);
+}
+inline void state_store(packet_general_data_t *p, packet_state s) {
+    __atomic_store_n(&p->e_state, s, __ATOMIC_RELEASE);
+}
+// Changes the state only from `from`, so a reply stored meanwhile is never overwritten.
+inline bool state_move(packet_general_data_t *p, packet_state from, packet_state to) {
+    return __atomic_compare_exchange_n(&p->e_state, &from, to, false, __ATOMIC_ACQ_REL,
+                                       __ATOMIC_ACQUIRE);
+}
+inline bool state_final(packet_state s) {
+    return s == PACKET_WAIT_TIMEOUT || s == PACKET_END;
+}
+
+// n_enable false means "withdrawn by sdk_request": its registration failed half-way and the
+// monitor is asked to drop its node (only the monitor may pull it).
+inline bool request_enabled(const packet_general_data_t *p) {
+    return __atomic_load_n(&p->n_enable, __ATOMIC_ACQUIRE);
+}
+
+// Progress marks, kept in n_write_state (a field no other operation uses).
+constexpr uint32_t kMarkTaken = 1u;      // the sender is done with the record: it may end
+constexpr uint32_t kMarkRelist = 2u;     // the send-list push failed: the monitor re-lists
+constexpr uint32_t kMarkReplySeen = 4u;  // the receive path is done with a withdrawn record
+inline void mark_set(packet_general_data_t *p, uint32_t m) {
+    __atomic_fetch_or(&p->n_write_state, m, __ATOMIC_RELEASE);
+}
+inline void mark_clear(packet_general_data_t *p, uint32_t m) {
+    __atomic_fetch_and(&p->n_write_state, ~m, __ATOMIC_RELEASE);
+}
+inline bool mark_test(const packet_general_data_t *p, uint32_t m) {
+    return (__atomic_load_n(&p->n_write_state, __ATOMIC_ACQUIRE) & m) != 0;
+}
+
+// Busy counters: raised by the sender, lowered by the monitor, read by the sender.
+inline int32_t counter_load(const int32_t *p) {
+    return __atomic_load_n(p, __ATOMIC_ACQUIRE);
+}
+inline void counter_add(int32_t *p, int32_t d) {
+    __atomic_add_fetch(p, d, __ATOMIC_ACQ_REL);
+}
+
+inline send_queue_t *queue_of(queue_general_data_t *g) {
+    return reinterpret_cast<send_queue_t *>(reinterpret_cast<char *>(g) -
+                                            offsetof(send_queue_t, st_general));
+}
+
+// The label list of a channel (PACKET_VIDEO, PACKET_SENDER) or of a receiving card behind
+// a port (PACKET_RECV); NULL when the kind, channel, port or card is unknown.
+send_lable_manage_t *lable_list_of(packet_code_type e_type, uint32_t n_eth_id, uint32_t n_rvcard_id,
+                                   uint32_t n_transfer_id);
+
+}  // namespace sdk
