@@ -295,6 +295,43 @@ SDK_API int32_t sdk_send_polling(packet_data_t *p_packet);
 /* Sends the request's frame again and restarts its time-out. Always 0. Monitor thread. */
 SDK_API int32_t sdk_reply_send(packet_data_t *p_packet);
 
+/* ---- start-up, report and serial receive ---- */
+
+/* Exported for hosts; nothing inside the library takes it. Statically initialised. */
+SDK_API extern pthread_mutex_t st_report_lock;
+
+/* Brings the engine up: parses the configuration file transfer_path, builds the channel
+ * table, opens the main-card channels, the sub-card channels of the slotnum slots listed
+ * in slot (one byte each) and the backplane channels, builds the containers and starts the
+ * six worker threads. 0 when running; -1000 for a missing, unreadable or malformed file;
+ * 14 without "device"; -5 when memory runs out; the negative code of a UDP endpoint or a
+ * container; the error number of a failed thread creation. Nothing is undone on failure.
+ * Once per process: a call after one that got past reading the file is refused with
+ * -4000 and changes nothing. */
+SDK_API int32_t sdk_transfer_init(char *slot, uint32_t slotnum, char *transfer_path);
+
+/* Report thread body: select over the opened REPORT_UDP channels, then
+ * sdk_report_recv_manage, then a 1000-microsecond pause. Never returns. */
+SDK_API void *sdk_transfer_report_recv_thread(void *arg);
+/* Queues one datagram of every REPORT_UDP channel whose descriptor is in n_fd_event, whole
+ * and with the channel's slot. 0; -4000 for a datagram shorter than 10 bytes or whose
+ * header length disagrees with its size (dropped); the code of a failed push (the report
+ * is lost). A failed receive ends the pass with the running result. */
+SDK_API int32_t sdk_report_recv_manage(fd_set n_fd_event);
+
+/* Serial receive thread body: select over the opened UART channels (1-second time-out),
+ * reads and cuts frames, keeping an incomplete tail for up to 1000 reads per wake-up.
+ * Idle while the host sets b_uart_used_flg. Never returns. */
+SDK_API void *sdk_transfer_uart_recv_thread(void *arg);
+/* Cuts the frames at the start of n_len stream bytes of channel n_transfer_id: reports
+ * (bit 4 of the parameter byte) go to the report queue with the channel's slot, replies
+ * to the request waiting for their label. Returns the number of bytes consumed from the
+ * start of p_buf (0 to n_len); the caller keeps the rest, moves it to the start and
+ * appends new bytes before the next call. 0 for a NULL buffer. Serial receive thread. */
+SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_transfer_id);
+/* The serial descriptor published for MCU programming (n_mcu_isp_uart_fd). */
+SDK_API int32_t sdk_get_uart_fd(void);
+
 /* ---- channel set-up and endpoints ---- */
 
 /* Opens the UDP endpoint of a channel: a socket with address reuse, bound to n_port on

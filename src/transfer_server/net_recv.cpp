@@ -15,6 +15,7 @@
 #include "transfer_server.h"
 #include "transfer_server/engine_globals.h"
 #include "transfer_server/frame_layout.h"
+#include "transfer_server/reply_deliver.h"
 #include "transfer_server/request_state.h"
 
 namespace {
@@ -27,11 +28,7 @@ constexpr uint32_t kOffRvcardLen = 22;
 constexpr uint32_t kOffRvcardReply = 24;
 constexpr useconds_t kSelectRetryUs = 1000;
 
-struct Reply {
-    const uint8_t *p_data = nullptr;
-    uint32_t n_len = 0;
-    bool b_card_body = false;
-};
+using sdk::Reply;
 
 // Checks the frame and finds the reply in it; a negative code ends the pass, a positive
 // one only stops it with the running result (unknown frame or body type).
@@ -82,25 +79,6 @@ int32_t parse(const uint8_t *b, uint32_t n, Reply *r) {
     return 1;
 }
 
-// Settled: copying the reply and ending the request exclude each other through
-// st_wait_lock. The monitor never ends a request whose label a reply has taken until the
-// reply is stored (PACKET_RECV_DONE), so the record is alive here.
-void deliver(packet_data_t *p, const Reply &r, bool b_card_device) {
-    sdk::MutexLock wait_lock(&p->st_wait_lock);
-    if (!sdk::request_enabled(&p->p_packet)) {
-        // A withdrawn request: its requester waits for this mark before freeing it.
-        sdk::mark_set(&p->p_packet, sdk::kMarkReplySeen);
-        pthread_cond_signal(&p->st_wait_signal);
-        return;
-    }
-    if (b_card_device == r.b_card_body) {
-        memcpy(p->st_recv_data.arr_buf, r.p_data, r.n_len);
-        p->st_recv_data.n_len = r.n_len;
-    }
-    sdk::MutexLock lock(&p->p_packet.st_lock);
-    sdk::state_store(&p->p_packet, PACKET_RECV_DONE);
-}
-
 int32_t match(uint32_t n_channel, const uint8_t *b, const Reply &r) {
     const transfer_data_t &ch = g_st_transfer.st_info[n_channel];
     const uint32_t n_lable = sdk::get_le16(b + sdk::frame::kOffLable);
@@ -130,13 +108,32 @@ int32_t match(uint32_t n_channel, const uint8_t *b, const Reply &r) {
         TLOGE("ERROR packet, n_ret: %d , pid: %d", n_ret, getpid());
         return n_ret;
     }
-    deliver(st_node.p_list, r, b_card_device);
+    sdk::deliver_reply(st_node.p_list, r, b_card_device);
     return sdk::kOk;
 }
 
 }  // namespace
 
 namespace sdk {
+
+// Settled: copying the reply and ending the request exclude each other through
+// st_wait_lock. The monitor never ends a request whose label a reply has taken until the
+// reply is stored (PACKET_RECV_DONE), so the record is alive here.
+void deliver_reply(packet_data_t *p, const Reply &r, bool b_card_device) {
+    sdk::MutexLock wait_lock(&p->st_wait_lock);
+    if (!sdk::request_enabled(&p->p_packet)) {
+        // A withdrawn request: its requester waits for this mark before freeing it.
+        sdk::mark_set(&p->p_packet, sdk::kMarkReplySeen);
+        pthread_cond_signal(&p->st_wait_signal);
+        return;
+    }
+    if (b_card_device == r.b_card_body) {
+        memcpy(p->st_recv_data.arr_buf, r.p_data, r.n_len);
+        p->st_recv_data.n_len = r.n_len;
+    }
+    sdk::MutexLock lock(&p->p_packet.st_lock);
+    sdk::state_store(&p->p_packet, PACKET_RECV_DONE);
+}
 
 send_lable_manage_t *lable_list_of(packet_code_type e_type, uint32_t n_eth_id, uint32_t n_rvcard_id,
                                    uint32_t n_transfer_id) {

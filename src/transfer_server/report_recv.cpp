@@ -1,0 +1,84 @@
+// The report thread: unsolicited frames from the report channels go whole, with the slot
+// of their channel, into the report queue for the host.
+#include <pthread.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include "common/bytes.h"
+#include "common/log.h"
+#include "common/result.h"
+#include "transfer_server.h"
+#include "transfer_server/engine_globals.h"
+#include "transfer_server/frame_layout.h"
+
+namespace {
+
+constexpr uint32_t kRecvBufLen = 65535;
+constexpr useconds_t kCyclePauseUs = 1000;
+
+// Settled: channels whose socket failed to open (negative descriptor) or whose
+// descriptor select cannot hold stay out of the set.
+bool is_watched(const transfer_data_t &ch) {
+    return ch.n_type == REPORT_UDP && ch.n_fd >= 0 && ch.n_fd < FD_SETSIZE;
+}
+
+}  // namespace
+
+extern "C" {
+
+SDK_API int32_t sdk_report_recv_manage(fd_set n_fd_event) {
+    int32_t n_ret = sdk::kOk;
+    if (g_st_transfer.n_num <= 0 || g_st_transfer.st_info == nullptr) return n_ret;
+    static thread_local uint8_t arr_buf[kRecvBufLen];
+    for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
+        const transfer_data_t &ch = g_st_transfer.st_info[i];
+        if (!is_watched(ch) || !FD_ISSET(ch.n_fd, &n_fd_event)) continue;
+        TLOGD("select %d ", i);
+        const int32_t n_recv = sdk_physical_recv(arr_buf, static_cast<uint32_t>(i));
+        if (n_recv < 0) return n_ret;
+        const auto n_len = static_cast<uint32_t>(n_recv);
+        if (n_len < SDK_FRAME_HEADER_LEN) {
+            TLOGE(" max num error code %d", sdk::kErrRefused);
+            return sdk::kErrRefused;
+        }
+        const uint32_t n_frame_len = sdk::get_le16(arr_buf + sdk::frame::kOffLen) + 10u;
+        if (n_frame_len != n_len) {
+            TLOGE(" %d %d error code %d", n_frame_len, n_len, sdk::kErrRefused);
+            return sdk::kErrRefused;
+        }
+        n_ret = sdk_report_queue_push(&g_st_report_queue, arr_buf, n_len,
+                                      static_cast<uint32_t>(ch.n_slot));
+        if (n_ret != sdk::kOk) {
+            LOGE(LOG_REPORT, "error code %d", n_ret);
+            return n_ret;
+        }
+    }
+    return n_ret;
+}
+
+SDK_API void *sdk_transfer_report_recv_thread(void * /*arg*/) {
+    pthread_setname_np(pthread_self(), "report_recv");
+    int n_max_fd = 0;
+    for (;;) {
+        fd_set st_set;
+        FD_ZERO(&st_set);
+        for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
+            const transfer_data_t &ch = g_st_transfer.st_info[i];
+            if (!is_watched(ch)) continue;
+            FD_SET(ch.n_fd, &st_set);
+            if (ch.n_fd > n_max_fd) n_max_fd = ch.n_fd;
+        }
+        if (select(n_max_fd + 1, &st_set, nullptr, nullptr, nullptr) < 0) {
+            TLOGE("select error");
+            // Settled: after a failed select the set tells nothing and the sockets block,
+            // so nothing is received this cycle.
+            FD_ZERO(&st_set);
+        }
+        LOGD(LOG_REPORT, "report thread run");
+        if (sdk_report_recv_manage(st_set) < 0) TLOGE("report recv error");
+        usleep(kCyclePauseUs);
+    }
+    return nullptr;
+}
+
+}  // extern "C"
