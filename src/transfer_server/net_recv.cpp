@@ -13,6 +13,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
+#include "transfer_server/channel_fds.h"
 #include "transfer_server/engine_globals.h"
 #include "transfer_server/frame_layout.h"
 #include "transfer_server/reply_deliver.h"
@@ -201,10 +202,7 @@ SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
     static thread_local uint8_t arr_buf[kRecvBufLen];
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (ch.n_type != UDP || ch.n_fd < 0 || ch.n_fd >= FD_SETSIZE ||
-            !FD_ISSET(ch.n_fd, &n_fd_event)) {
-            continue;
-        }
+        if (!sdk::channel_watched(ch, UDP) || !FD_ISSET(ch.n_fd, &n_fd_event)) continue;
         int32_t n = sdk_physical_recv(arr_buf, static_cast<uint32_t>(i));
         if (n < 0) {
             TLOGE("sdk_physical_recv n_recv_len < 0 ");
@@ -224,14 +222,7 @@ SDK_API void *sdk_transfer_recv_thread(void * /*arg*/) {
     int n_max_fd = 0;
     for (;;) {
         fd_set st_set;
-        FD_ZERO(&st_set);
-        for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
-            const transfer_data_t &ch = g_st_transfer.st_info[i];
-            // Settled: unopened channels (negative descriptor) stay out of the set.
-            if (ch.n_type != UDP || ch.n_fd < 0 || ch.n_fd >= FD_SETSIZE) continue;
-            FD_SET(ch.n_fd, &st_set);
-            if (ch.n_fd > n_max_fd) n_max_fd = ch.n_fd;
-        }
+        sdk::channel_fd_set(UDP, &st_set, &n_max_fd);
         if (select(n_max_fd + 1, &st_set, nullptr, nullptr, nullptr) < 0) {
             TLOGE("select error");
             // Settled: after a failed select the set says nothing, and the sockets are

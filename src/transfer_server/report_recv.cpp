@@ -8,6 +8,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
+#include "transfer_server/channel_fds.h"
 #include "transfer_server/engine_globals.h"
 #include "transfer_server/frame_layout.h"
 
@@ -15,13 +16,6 @@ namespace {
 
 constexpr uint32_t kRecvBufLen = 65535;
 constexpr useconds_t kCyclePauseUs = 1000;
-
-// Settled: channels whose socket failed to open (negative descriptor) or whose
-// descriptor select cannot hold stay out of the set.
-bool is_watched(const transfer_data_t &ch) {
-    return ch.n_type == REPORT_UDP && ch.n_fd >= 0 && ch.n_fd < FD_SETSIZE;
-}
-
 }  // namespace
 
 extern "C" {
@@ -32,7 +26,7 @@ SDK_API int32_t sdk_report_recv_manage(fd_set n_fd_event) {
     static thread_local uint8_t arr_buf[kRecvBufLen];
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (!is_watched(ch) || !FD_ISSET(ch.n_fd, &n_fd_event)) continue;
+        if (!sdk::channel_watched(ch, REPORT_UDP) || !FD_ISSET(ch.n_fd, &n_fd_event)) continue;
         TLOGD("select %d ", i);
         const int32_t n_recv = sdk_physical_recv(arr_buf, static_cast<uint32_t>(i));
         if (n_recv < 0) return n_ret;
@@ -61,13 +55,7 @@ SDK_API void *sdk_transfer_report_recv_thread(void * /*arg*/) {
     int n_max_fd = 0;
     for (;;) {
         fd_set st_set;
-        FD_ZERO(&st_set);
-        for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
-            const transfer_data_t &ch = g_st_transfer.st_info[i];
-            if (!is_watched(ch)) continue;
-            FD_SET(ch.n_fd, &st_set);
-            if (ch.n_fd > n_max_fd) n_max_fd = ch.n_fd;
-        }
+        sdk::channel_fd_set(REPORT_UDP, &st_set, &n_max_fd);
         if (select(n_max_fd + 1, &st_set, nullptr, nullptr, nullptr) < 0) {
             TLOGE("select error");
             // Settled: after a failed select the set tells nothing and the sockets block,

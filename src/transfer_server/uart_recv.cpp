@@ -9,6 +9,7 @@
 
 #include "common/log.h"
 #include "transfer_server.h"
+#include "transfer_server/channel_fds.h"
 #include "transfer_server/engine_globals.h"
 #include "uart.h"
 
@@ -21,10 +22,6 @@ constexpr useconds_t kPauseUs = 1000;
 
 // Settled: channels whose port failed to open (negative descriptor) or whose descriptor
 // select cannot hold stay out of the set.
-bool is_watched(const transfer_data_t &ch) {
-    return ch.n_type == UART && ch.n_fd >= 0 && ch.n_fd < FD_SETSIZE;
-}
-
 // Settled: the host's flag is read with a fresh atomic load at each test, and the wait
 // sleeps between tests instead of spinning on a core.
 void wait_port_free() {
@@ -73,13 +70,7 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
         wait_port_free();
         struct timeval st_timeout = {1, 0};
         fd_set st_set;
-        FD_ZERO(&st_set);
-        for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
-            const transfer_data_t &ch = g_st_transfer.st_info[i];
-            if (!is_watched(ch)) continue;
-            FD_SET(ch.n_fd, &st_set);
-            if (ch.n_fd > n_max_fd) n_max_fd = ch.n_fd;
-        }
+        sdk::channel_fd_set(UART, &st_set, &n_max_fd);
         if (select(n_max_fd + 1, &st_set, nullptr, nullptr, &st_timeout) < 0) {
             usleep(kPauseUs);
             TLOGE("select error");
@@ -87,7 +78,7 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
         }
         for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
             const transfer_data_t &ch = g_st_transfer.st_info[i];
-            if (!is_watched(ch) || !FD_ISSET(ch.n_fd, &st_set)) continue;
+            if (!sdk::channel_watched(ch, UART) || !FD_ISSET(ch.n_fd, &st_set)) continue;
             serve_channel(i, arr_stream);
             sem_post(&g_st_monitor_manage_list.sem);
         }
