@@ -19,6 +19,10 @@ constexpr uint32_t kStreamBufLen = 65535;
 constexpr uint32_t kReadWaitMs = 1000;
 constexpr uint32_t kMaxTries = 1000;
 constexpr useconds_t kPauseUs = 1000;
+// A port that fails to read, or reads nothing right after select found it readable (a
+// hung-up line), stays readable for select: the cycle after such a turn waits this long,
+// so a dead port cannot keep the thread spinning.
+constexpr useconds_t kReadErrorPauseUs = 100000;
 
 // Settled: channels whose port failed to open (negative descriptor) or whose descriptor
 // select cannot hold stay out of the set.
@@ -30,8 +34,9 @@ void wait_port_free() {
 }
 
 // One channel's turn: reads until the stream is used up or the tries run out; bytes
-// still held then are given up.
-void serve_channel(int32_t n_channel, uint8_t *p_buf) {
+// still held then are given up. False when the line looks dead: a read error, or no byte
+// at all from the read that select announced.
+bool serve_channel(int32_t n_channel, uint8_t *p_buf) {
     const int32_t n_fd = g_st_transfer.st_info[n_channel].n_fd;
     uint32_t n_held = 0;
     for (uint32_t n_tries = kMaxTries; n_tries > 0; --n_tries) {
@@ -39,16 +44,21 @@ void serve_channel(int32_t n_channel, uint8_t *p_buf) {
         const int32_t n_read = sdk_uart_read(static_cast<uint32_t>(n_fd), p_buf + n_held,
                                              kStreamBufLen - n_held, kReadWaitMs);
         // Settled: a read error ends the channel's turn without cutting frames.
-        if (n_read < 0) return;
+        if (n_read < 0) {
+            TLOGD("uart read error %d", n_read);
+            return false;
+        }
+        if (n_read == 0 && n_held == 0 && n_tries == kMaxTries) return false;
         const uint32_t n_total = n_held + static_cast<uint32_t>(n_read);
         print_24_per_line(p_buf, static_cast<int>(n_total));
         SDK_PRINTF(LOG_TRANSFER, ZLOG_LEVEL_ERROR, "\n");
         const int32_t n_used = sdk_uart_recv_manage(p_buf, n_total, n_channel);
         n_held = n_total - static_cast<uint32_t>(n_used);
-        if (n_held == 0) return;
+        if (n_held == 0) return true;
         memmove(p_buf, p_buf + n_used, n_held);
         usleep(kPauseUs);
     }
+    return true;
 }
 
 }  // namespace
@@ -76,12 +86,14 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
             TLOGE("select error");
             FD_ZERO(&st_set);  // the set says nothing after a failure
         }
+        bool b_read_failed = false;
         for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
             const transfer_data_t &ch = g_st_transfer.st_info[i];
             if (!sdk::channel_watched(ch, UART) || !FD_ISSET(ch.n_fd, &st_set)) continue;
-            serve_channel(i, arr_stream);
+            if (!serve_channel(i, arr_stream)) b_read_failed = true;
             sem_post(&g_st_monitor_manage_list.sem);
         }
+        if (b_read_failed) usleep(kReadErrorPauseUs);
     }
     return nullptr;
 }

@@ -14,79 +14,14 @@
 #include <vector>
 
 #include "request_frames.h"
+#include "support/sim_process.h"
 
 using namespace board_sim_test;
 using Bytes = std::vector<uint8_t>;
 using Clock = std::chrono::steady_clock;
+using sdk::test::SimProcess;
 
 namespace {
-
-// The simulator as a child process; its standard output is read line by line.
-class SimProcess {
-  public:
-    explicit SimProcess(std::vector<std::string> args) {
-        int out[2];
-        if (pipe(out) != 0) return;
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(out[1], STDOUT_FILENO);
-            close(out[0]);
-            close(out[1]);
-            std::vector<char *> argv;
-            argv.push_back(const_cast<char *>(BOARD_SIM_PATH));
-            for (auto &a : args)
-                argv.push_back(a.data());
-            argv.push_back(nullptr);
-            execv(BOARD_SIM_PATH, argv.data());
-            _exit(127);
-        }
-        close(out[1]);
-        fd_ = out[0];
-    }
-    ~SimProcess() {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-        if (fd_ >= 0) close(fd_);
-    }
-    SimProcess(const SimProcess &) = delete;
-    SimProcess &operator=(const SimProcess &) = delete;
-
-    // The next line of output, "" after `timeout_ms` or at the end of the output.
-    std::string line(int timeout_ms = 5000) {
-        auto end = Clock::now() + std::chrono::milliseconds(timeout_ms);
-        for (;;) {
-            size_t nl = buf_.find('\n');
-            if (nl != std::string::npos) {
-                std::string l = buf_.substr(0, nl);
-                buf_.erase(0, nl + 1);
-                return l;
-            }
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
-            pollfd p{fd_, POLLIN, 0};
-            if (left.count() <= 0 || poll(&p, 1, static_cast<int>(left.count())) <= 0) return "";
-            char chunk[256];
-            ssize_t n = read(fd_, chunk, sizeof chunk);
-            if (n <= 0) return "";
-            buf_.append(chunk, static_cast<size_t>(n));
-        }
-    }
-
-    // Waits for the exit (after SIGTERM when `terminate`); the exit status, -1 if killed.
-    int wait_exit(bool terminate) {
-        if (terminate) kill(pid_, SIGTERM);
-        int status = 0;
-        waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-  private:
-    pid_t pid_ = -1;
-    int fd_ = -1;
-    std::string buf_;
-};
 
 sockaddr_in address(const char *ip, uint16_t port) {
     sockaddr_in a{};

@@ -1,7 +1,9 @@
-// board_sim: simulated chassis boards on UDP, for tests, the demo and the benchmarks.
+// board_sim: simulated chassis boards on UDP and on pseudo-terminals, for tests, the demo
+// and the benchmarks.
 //
-// Prints "ready" once every socket is bound, serves until SIGTERM, SIGINT or the end of
-// --duration, then prints one stats line.
+// Prints "ready" once every socket and pty is set up, serves until SIGTERM, SIGINT or the
+// end of --duration, then prints one stats line. SIGUSR1 makes every report source send
+// one report at once.
 #include <getopt.h>
 #include <signal.h>
 
@@ -16,17 +18,30 @@
 namespace {
 
 volatile sig_atomic_t g_stop = 0;
+volatile sig_atomic_t g_report_now = 0;
 
 void on_stop(int) {
     g_stop = 1;
 }
 
+void on_report(int) {
+    g_report_now = 1;
+}
+
 void usage(FILE *out) {
     fputs(
         "Usage: board_sim [OPTION...]\n"
-        "Simulated boards answering request frames on UDP.\n"
+        "Simulated boards answering request frames on UDP and on pseudo-terminals.\n"
         "  --udp IP:PORT          a board answering requests sent to IP:PORT (repeatable);\n"
         "                         replies go to the sender of each request\n"
+        "  --pty LINK             a serial board on a new pseudo-terminal whose slave is\n"
+        "                         reachable through the symbolic link LINK (made at start,\n"
+        "                         removed at exit; repeatable). Replies begin BB 55\n"
+        "  --serial-report LINK:INTERVAL_MS\n"
+        "                         a report frame every INTERVAL_MS inside the serial stream\n"
+        "                         of the --pty board LINK (repeatable)\n"
+        "  --serial-split         write serial replies in random pieces with short pauses\n"
+        "  --serial-noise PCT     precede PCT %% of the serial replies with 1..8 noise bytes\n"
         "  --report IP:PORT:PEER_PORT:INTERVAL_MS[:PEER_IP]\n"
         "                         send a report frame every INTERVAL_MS from IP:PORT to\n"
         "                         PEER_IP:PEER_PORT (PEER_IP defaults to 127.0.0.1;\n"
@@ -40,10 +55,11 @@ void usage(FILE *out) {
         "  --seed N               seed of the fault decisions (default 1)\n"
         "  --duration S           exit after S seconds (default: until SIGTERM or SIGINT)\n"
         "  --help                 this text\n"
+        "SIGUSR1 makes every report source send one report at once.\n"
         "Reads answer with the bytes asked for (zeros where never written); writes are\n"
         "stored per board, per device and per receiving card. Only requests asking for an\n"
         "acknowledgement are answered, except polls of register 0x02000200, answered 01 00.\n"
-        "On exit one line: stats requests=.. replies=.. bad=.. dropped=.. ...\n",
+        "On exit one line: stats requests=.. replies=.. bad=.. dropped=.. ... noise=..\n",
         out);
 }
 
@@ -97,6 +113,10 @@ int main(int argc, char **argv) {
         kNoReplyWrite,
         kSeed,
         kDuration,
+        kPty,
+        kSerialReport,
+        kSerialSplit,
+        kSerialNoise,
         kHelp
     };
     static const option options[] = {
@@ -110,11 +130,17 @@ int main(int argc, char **argv) {
         {"no-reply-write", no_argument, nullptr, kNoReplyWrite},
         {"seed", required_argument, nullptr, kSeed},
         {"duration", required_argument, nullptr, kDuration},
+        {"pty", required_argument, nullptr, kPty},
+        {"serial-report", required_argument, nullptr, kSerialReport},
+        {"serial-split", no_argument, nullptr, kSerialSplit},
+        {"serial-noise", required_argument, nullptr, kSerialNoise},
         {"help", no_argument, nullptr, kHelp},
         {nullptr, 0, nullptr, 0},
     };
 
     std::vector<sockaddr_in> boards;
+    std::vector<std::string> ptys;
+    board_sim::SerialOptions serial;
     std::vector<board_sim::ReportSource> reports;
     board_sim::FaultConfig faults;
     board_sim::BoardOptions board_options;
@@ -158,6 +184,28 @@ int main(int argc, char **argv) {
                     return fail("bad --seed " + arg);
                 faults.seed = static_cast<uint32_t>(value);
                 break;
+            case kPty:
+                if (arg.empty()) return fail("bad --pty: empty path");
+                ptys.push_back(arg);
+                break;
+            case kSerialReport: {
+                board_sim::ReportSource r;
+                size_t colon = arg.rfind(':');
+                if (colon == std::string::npos || colon == 0 ||
+                    !parse_number(arg.c_str() + colon + 1, 3600000, &value) || value < 1)
+                    return fail("bad --serial-report " + arg);
+                r.pty = arg.substr(0, colon);
+                r.interval_ms = static_cast<uint32_t>(value);
+                reports.push_back(r);
+                break;
+            }
+            case kSerialSplit:
+                serial.split = true;
+                break;
+            case kSerialNoise:
+                if (!parse_number(arg.c_str(), 100, &serial.noise_pct))
+                    return fail("bad percentage " + arg);
+                break;
             case kNoReplyWrite:
                 board_options.reply_writes = false;
                 break;
@@ -174,8 +222,9 @@ int main(int argc, char **argv) {
         }
     }
     if (optind < argc) return fail(std::string("unexpected argument ") + argv[optind]);
-    if (boards.empty() && reports.empty())
-        return fail("nothing to simulate: give --udp or --report");
+    if (boards.empty() && ptys.empty() && reports.empty())
+        return fail("nothing to simulate: give --udp, --pty or --report");
+    serial.seed = faults.seed;
 
     // Blocked except inside the wait, so a stop request cannot slip in between the check of
     // the flag and the wait.
@@ -184,26 +233,32 @@ int main(int argc, char **argv) {
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGTERM);
     sigaddset(&blocked, SIGINT);
+    sigaddset(&blocked, SIGUSR1);
     sigprocmask(SIG_BLOCK, &blocked, &wait_mask);
     sigdelset(&wait_mask, SIGTERM);
     sigdelset(&wait_mask, SIGINT);
+    sigdelset(&wait_mask, SIGUSR1);
     struct sigaction sa {};
     sa.sa_handler = on_stop;
     sigemptyset(&sa.sa_mask);
     sigaction(SIGTERM, &sa, nullptr);
     sigaction(SIGINT, &sa, nullptr);
+    sa.sa_handler = on_report;
+    sigaction(SIGUSR1, &sa, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
     board_sim::Simulator sim(faults, board_options);
     std::string error;
     for (const auto &b : boards)
         if (!sim.add_udp_board(b, &error)) return fail(error);
+    for (const auto &p : ptys)
+        if (!sim.add_pty_board(p, serial, &error)) return fail(error);
     for (const auto &r : reports)
         if (!sim.add_report(r, &error)) return fail(error);
 
     printf("ready\n");
     fflush(stdout);
-    sim.run(&g_stop, duration, &wait_mask);
+    sim.run(&g_stop, duration, &wait_mask, &g_report_now);
     printf("%s\n", board_sim::format_stats(sim.stats()).c_str());
     fflush(stdout);
     return 0;

@@ -11,8 +11,8 @@ namespace board_sim {
 
 namespace {
 
-bool same_address(const sockaddr_in &a, const sockaddr_in &b) {
-    return a.sin_addr.s_addr == b.sin_addr.s_addr && a.sin_port == b.sin_port;
+std::string udp_key(const sockaddr_in &a) {
+    return "udp " + format_address(a);
 }
 
 // Upper bound of one wait, so a duration end is never overslept by much.
@@ -20,28 +20,41 @@ constexpr std::chrono::milliseconds kMaxWait(200);
 
 }  // namespace
 
-int Simulator::find_endpoint(const sockaddr_in &addr) const {
+int Simulator::find_endpoint(const std::string &key) const {
     for (size_t i = 0; i < endpoints_.size(); ++i)
-        if (same_address(endpoints_[i].addr, addr)) return static_cast<int>(i);
+        if (endpoints_[i].key == key) return static_cast<int>(i);
     return -1;
 }
 
-bool Simulator::add_udp_board(const sockaddr_in &addr, std::string *error) {
-    int existing = find_endpoint(addr);
+bool Simulator::add_board(const std::string &key,
+                          const std::function<std::unique_ptr<Transport>()> &open,
+                          std::string *error) {
+    int existing = find_endpoint(key);
     if (existing >= 0 && endpoints_[static_cast<size_t>(existing)].board >= 0) {
-        *error = "board " + format_address(addr) + " given twice";
+        *error = "board " + key + " given twice";
         return false;
     }
     size_t ep = static_cast<size_t>(existing);
     if (existing < 0) {
-        auto t = open_udp(addr, error);
+        auto t = open();
         if (!t) return false;
         ep = endpoints_.size();
-        endpoints_.push_back({std::move(t), addr, -1});
+        endpoints_.push_back({std::move(t), key, -1});
     }
     endpoints_[ep].board = static_cast<int>(boards_.size());
     boards_.push_back({Board(options_), ep});
     return true;
+}
+
+bool Simulator::add_udp_board(const sockaddr_in &addr, std::string *error) {
+    return add_board(
+        udp_key(addr), [&] { return open_udp(addr, error); }, error);
+}
+
+bool Simulator::add_pty_board(const std::string &link, const SerialOptions &options,
+                              std::string *error) {
+    return add_board(
+        "pty " + link, [&] { return open_pty(link, options, error); }, error);
 }
 
 bool Simulator::add_report(const ReportSource &source, std::string *error) {
@@ -49,15 +62,27 @@ bool Simulator::add_report(const ReportSource &source, std::string *error) {
         *error = "report interval must be above 0";
         return false;
     }
-    int ep = find_endpoint(source.from);
+    const bool serial = !source.pty.empty();
+    int ep = find_endpoint(serial ? "pty " + source.pty : udp_key(source.from));
+    if (ep < 0 && serial) {
+        *error = "no --pty board " + source.pty + " for its reports";
+        return false;
+    }
     if (ep < 0) {
         auto t = open_udp(source.from, error);
         if (!t) return false;
         ep = static_cast<int>(endpoints_.size());
-        endpoints_.push_back({std::move(t), source.from, -1});
+        endpoints_.push_back({std::move(t), udp_key(source.from), -1});
     }
     reports_.push_back({source, static_cast<size_t>(ep), Clock::now(), 0});
     return true;
+}
+
+Stats Simulator::stats() const {
+    Stats s = stats_;
+    for (const auto &e : endpoints_)
+        s.noise += e.transport->noise_bursts();
+    return s;
 }
 
 void Simulator::send(size_t endpoint, const std::vector<uint8_t> &frame, const sockaddr_in &to) {
@@ -91,21 +116,25 @@ void Simulator::send_due(Clock::time_point now) {
     }
     for (auto &r : reports_) {
         if (r.next > now) continue;
-        ++r.seq;
-        // Labels of reports run 1..65535 like the library's own.
-        auto label = static_cast<uint16_t>((r.seq - 1) % 65535 + 1);
-        auto frame = build_report(label, r.seq);
-        if (endpoints_[r.endpoint].transport->send(frame.data(), frame.size(), r.source.to))
-            ++stats_.reports;
-        else
-            ++stats_.send_errors;
+        send_report(&r);
         r.next += std::chrono::milliseconds(r.source.interval_ms);
         if (r.next <= now) r.next = now + std::chrono::milliseconds(r.source.interval_ms);
     }
 }
 
-void Simulator::run(const volatile sig_atomic_t *stop, double duration_s,
-                    const sigset_t *wait_mask) {
+void Simulator::send_report(Report *r) {
+    ++r->seq;
+    // Labels of reports run 1..65535 like the library's own.
+    auto label = static_cast<uint16_t>((r->seq - 1) % 65535 + 1);
+    auto frame = build_report(label, r->seq);
+    if (endpoints_[r->endpoint].transport->send(frame.data(), frame.size(), r->source.to))
+        ++stats_.reports;
+    else
+        ++stats_.send_errors;
+}
+
+void Simulator::run(const volatile sig_atomic_t *stop, double duration_s, const sigset_t *wait_mask,
+                    volatile sig_atomic_t *report_now) {
     const auto start = Clock::now();
     const bool limited = duration_s > 0;
     const auto end = start + std::chrono::duration_cast<Clock::duration>(
@@ -117,6 +146,11 @@ void Simulator::run(const volatile sig_atomic_t *stop, double duration_s,
     while (*stop == 0) {
         auto now = Clock::now();
         if (limited && now >= end) break;
+        if (report_now != nullptr && *report_now != 0) {
+            *report_now = 0;
+            for (auto &r : reports_)
+                send_report(&r);
+        }
         send_due(now);
 
         auto wake = now + kMaxWait;
@@ -146,9 +180,9 @@ std::string format_stats(const Stats &s) {
     snprintf(line, sizeof line,
              "stats requests=%" PRIu64 " replies=%" PRIu64 " bad=%" PRIu64 " dropped=%" PRIu64
              " duplicated=%" PRIu64 " corrupted=%" PRIu64 " unsolicited=%" PRIu64
-             " reports=%" PRIu64 " send_errors=%" PRIu64,
+             " reports=%" PRIu64 " noise=%" PRIu64 " send_errors=%" PRIu64,
              s.requests, s.replies, s.bad, s.dropped, s.duplicated, s.corrupted, s.unsolicited,
-             s.reports, s.send_errors);
+             s.reports, s.noise, s.send_errors);
     return line;
 }
 

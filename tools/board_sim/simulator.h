@@ -6,6 +6,7 @@
 #include <signal.h>
 
 #include <chrono>
+#include <functional>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -21,6 +22,7 @@ namespace board_sim {
 struct ReportSource {
     sockaddr_in from{};  // the board address the reports come from
     sockaddr_in to{};    // the host's report channel
+    std::string pty;     // instead: the link of a serial board whose stream carries them
     uint32_t interval_ms = 1000;
 };
 
@@ -31,22 +33,27 @@ class Simulator {
 
     // Each board answers on its own address; false with `error` set when it cannot bind.
     bool add_udp_board(const sockaddr_in &addr, std::string *error);
-    // Sends from a board's socket when one is bound to `from`, else from a socket of its own.
+    // A serial board on a new pty reachable through the symbolic link `link`.
+    bool add_pty_board(const std::string &link, const SerialOptions &options, std::string *error);
+    // UDP reports go from a board's socket when one is bound to `from`, else from a socket
+    // of their own; serial reports go into the stream of the --pty board named in `pty`.
     bool add_report(const ReportSource &source, std::string *error);
 
     // Serves until *stop becomes non-zero or `duration_s` (when above 0) has passed.
-    // ppoll waits with `wait_mask`, so signals blocked elsewhere can interrupt it.
-    void run(const volatile sig_atomic_t *stop, double duration_s, const sigset_t *wait_mask);
+    // ppoll waits with `wait_mask`, so signals blocked elsewhere can interrupt it. Each
+    // time *report_now is set (then cleared here), every report source sends one at once.
+    void run(const volatile sig_atomic_t *stop, double duration_s, const sigset_t *wait_mask,
+             volatile sig_atomic_t *report_now = nullptr);
 
-    const Stats &stats() const { return stats_; }
+    Stats stats() const;
 
   private:
     using Clock = std::chrono::steady_clock;
 
     struct Endpoint {
         std::unique_ptr<Transport> transport;
-        sockaddr_in addr{};
-        int board = -1;  // index into boards_, -1 for a report-only socket
+        std::string key;  // "udp IP:PORT" or "pty LINK"
+        int board = -1;   // index into boards_, -1 for a report-only socket
     };
     struct BoardSlot {
         Board board;
@@ -64,7 +71,10 @@ class Simulator {
         uint32_t seq = 0;
     };
 
-    int find_endpoint(const sockaddr_in &addr) const;
+    int find_endpoint(const std::string &key) const;
+    bool add_board(const std::string &key, const std::function<std::unique_ptr<Transport>()> &open,
+                   std::string *error);
+    void send_report(Report *r);
     void on_frame(size_t endpoint, const uint8_t *p, size_t n, const sockaddr_in &from);
     void send(size_t endpoint, const std::vector<uint8_t> &frame, const sockaddr_in &to);
     void send_due(Clock::time_point now);

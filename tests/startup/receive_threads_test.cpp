@@ -1,0 +1,138 @@
+// The report receiver's checks on a report channel, and the serial receive thread's
+// handling of the host's port flag and of a hung-up line, on a small channel table with
+// a datagram socket pair and pseudo-terminals.
+#include <pthread.h>
+#include <pty.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "support/config_fixture.h"
+#include "support/log_capture.h"
+#include "support/pty.h"
+#include "transfer_server.h"
+#include "uart.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes report_frame(uint8_t first, uint8_t second, uint8_t seq) {
+    Bytes f(36, 0);
+    f[0] = first;
+    f[1] = second;
+    f[5] = 1;
+    f[8] = 26;
+    f[10] = 0x10;
+    f[28] = 4;
+    f[30] = seq;
+    return f;
+}
+
+class ReceiveThreads : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        log_ = &sdk::test::log_capture();
+        static const bool loaded = [] {
+            sdk::test::load_example_config();
+            for (int32_t i = 0; i < g_st_transfer.n_num; ++i)
+                g_st_transfer.st_info[i].n_fd = -1;
+            return sdk_transfer_containers_init() == 0;
+        }();
+        ASSERT_TRUE(loaded);
+    }
+    static int32_t pull(Bytes *out) {
+        auto rec = std::make_unique<report_queue_data_t>();
+        int32_t r = sdk_report_queue_get_first(rec.get(), sdk_get_report_queue());
+        if (r != 0) return r;
+        sdk_report_queue_pull(sdk_get_report_queue());
+        out->assign(rec->arr_buf, rec->arr_buf + rec->n_len);
+        return static_cast<int32_t>(rec->n_slot);
+    }
+    sdk::test::LogCapture *log_ = nullptr;
+};
+
+TEST_F(ReceiveThreads, ReportManagerRefusesBadLengthsAndKeepsTheQueueBounded) {
+    int sv[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, sv), 0);
+    g_st_transfer.st_info[2].n_fd = sv[0];
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(sv[0], &set);
+    auto deliver = [&](const Bytes &d) {
+        EXPECT_EQ(send(sv[1], d.data(), d.size(), 0), static_cast<ssize_t>(d.size()));
+        return sdk_report_recv_manage(set);
+    };
+    log_->clear();
+    EXPECT_EQ(deliver({0x55, 0xBB, 0, 0, 0}), -4000);
+    EXPECT_TRUE(log_->contains(" max num error code -4000"));
+    Bytes wrong = report_frame(0x55, 0xBB, 1);
+    wrong[8] = 30;  // says 40 bytes, 36 came
+    EXPECT_EQ(deliver(wrong), -4000);
+    EXPECT_TRUE(log_->contains(" 40 36 error code -4000"));
+
+    ASSERT_EQ(sdk_report_queue_set_max(sdk_get_report_queue(), 1), 0);
+    EXPECT_EQ(deliver(report_frame(0x55, 0xBB, 2)), 0);
+    EXPECT_LT(deliver(report_frame(0x55, 0xBB, 3)), 0);  // full: refused, logged
+    EXPECT_TRUE(log_->contains("error code"));
+    Bytes got;
+    EXPECT_EQ(pull(&got), 100);
+    EXPECT_EQ(got, report_frame(0x55, 0xBB, 2));
+    EXPECT_NE(pull(&got), 0) << "nothing else was queued";
+    ASSERT_EQ(sdk_report_queue_set_max(sdk_get_report_queue(), 128), 0);
+    g_st_transfer.st_info[2].n_fd = -1;
+    close(sv[0]);
+    close(sv[1]);
+}
+
+// Channel 1 is a line whose far end has hung up (every read fails), channel 35 a working
+// line. The thread must leave both alone while the host holds the port, then serve the
+// working line without spinning on the dead one.
+TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
+    int dead_master = -1, dead_slave = -1;
+    ASSERT_EQ(openpty(&dead_master, &dead_slave, nullptr, nullptr, nullptr), 0);
+    close(dead_master);
+    sdk::test::PtyPair line;
+    termios raw = line.slave_attrs();
+    cfmakeraw(&raw);
+    ASSERT_EQ(tcsetattr(line.slave(), TCSANOW, &raw), 0);
+    g_st_transfer.st_info[1].n_fd = dead_slave;
+    g_st_transfer.st_info[35].n_fd = line.slave();
+
+    __atomic_store_n(&b_uart_used_flg, true, __ATOMIC_RELEASE);
+    pthread_t t;
+    ASSERT_EQ(pthread_create(&t, nullptr, sdk_transfer_uart_recv_thread, nullptr), 0);
+    pthread_detach(t);
+    line.send(report_frame(0xBB, 0x55, 7));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    Bytes got;
+    EXPECT_NE(pull(&got), 0) << "read while the host held the port";
+
+    rusage before{};
+    getrusage(RUSAGE_SELF, &before);
+    __atomic_store_n(&b_uart_used_flg, false, __ATOMIC_RELEASE);
+    int32_t slot = -1;
+    for (int i = 0; i < 400 && (slot = pull(&got)) < 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(slot, 101);
+    EXPECT_EQ(got, report_frame(0xBB, 0x55, 7));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    rusage after{};
+    getrusage(RUSAGE_SELF, &after);
+    const double cpu_s = static_cast<double>(after.ru_utime.tv_sec - before.ru_utime.tv_sec +
+                                             after.ru_stime.tv_sec - before.ru_stime.tv_sec) +
+                         static_cast<double>(after.ru_utime.tv_usec - before.ru_utime.tv_usec +
+                                             after.ru_stime.tv_usec - before.ru_stime.tv_usec) /
+                             1e6;
+    EXPECT_LT(cpu_s, 0.5) << "the dead line keeps the serial thread busy";
+}
+
+}  // namespace
