@@ -1,0 +1,149 @@
+// mcu_upgrade: writes a firmware image into an MCU through its serial bootloader, with a
+// progress bar, then identifies the part.
+//
+//   mcu_upgrade -p FIRMWARE [OPTION...] [DEVICE]      (-h for the whole usage)
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "isp.h"
+#include "mcu_upgrade/options.h"
+#include "mcu_upgrade/progress.h"
+#include "mcu_upgrade/serial_port.h"
+#include "mcu_upgrade/transcript.h"
+
+using namespace mcu_upgrade;
+
+namespace {
+
+constexpr uint32_t kDefaultBaud = 115200;
+
+int usage_error(const std::string &message) {
+    fprintf(stderr, "mcu_upgrade: %s\n", message.c_str());
+    print_usage(stderr);
+    return kExitUsage;
+}
+
+int setup_error(const std::string &message) {
+    fprintf(stderr, "mcu_upgrade: %s\n", message.c_str());
+    return kExitSetup;
+}
+
+const char *failure_text(int result) {
+    switch (result) {
+        case MCU_ISP_ERR_NO_ANSWER:
+            return "the bootloader did not answer (is the MCU in its bootloader?)";
+        case MCU_ISP_ERR_ERASE_REFUSED:
+            return "the bootloader refused the erase; nothing was written";
+        case MCU_ISP_ERR_WRITE_REFUSED:
+            return "the bootloader refused a block; the flash holds only part of the image";
+        case MCU_ISP_ERR_BAD_IMAGE:
+            return "the image does not fit the address space";
+        default:
+            return "the programming run failed";
+    }
+}
+
+// An interrupted run leaves the port to the library again before the process ends.
+void on_signal(int sig) {
+    release_uart_flag();
+    static const char msg[] = "\nmcu_upgrade: interrupted\n";
+    ssize_t ignored = write(STDERR_FILENO, msg, sizeof msg - 1);
+    (void)ignored;
+    _exit(128 + sig);
+}
+
+bool load_image(const upgrade_mcu_t &cmd, std::vector<uint8_t> *image, std::string *error) {
+    std::ifstream in(cmd.file_path, std::ios::binary);
+    if (!in) {
+        *error = std::string("cannot read ") + cmd.file_path + ": " + strerror(errno);
+        return false;
+    }
+    image->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (cmd.n_size > image->size()) {
+        *error = "-l " + std::to_string(cmd.n_size) + " is more than the " +
+                 std::to_string(image->size()) + " bytes of " + cmd.file_path;
+        return false;
+    }
+    if (cmd.n_size != 0) image->resize(cmd.n_size);
+    if (image->empty()) {
+        *error = std::string(cmd.file_path) + " is empty";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Settings s;
+    std::string error;
+    if (!parse(argc, argv, &s, &error)) return usage_error(error);
+    if (s.help) {
+        print_usage(stdout);
+        return kExitDone;
+    }
+    if (s.cmd.n_version != 0) {
+        printf("mcu_upgrade (libtransfer) %s\n", MCU_UPGRADE_VERSION);
+        return kExitDone;
+    }
+    if (s.cmd.file_path[0] == 0) return usage_error("no firmware image: give -p FILE");
+
+    std::vector<uint8_t> image;
+    if (!load_image(s.cmd, &image, &error)) return setup_error(error);
+
+    uint32_t baud = kDefaultBaud;
+    std::string device = s.device;
+    if (device.empty()) {
+        char *end = nullptr;
+        const unsigned long slot = strtoul(s.cmd.n_slot_id, &end, 0);
+        if (s.cmd.n_slot_id[0] == 0 || *end != 0)
+            return usage_error("no serial device: give DEVICE, or -s slot to look it up in " +
+                               transfer_config_path());
+        if (!device_from_config(transfer_config_path(), static_cast<uint32_t>(slot),
+                                s.cmd.n_mode_id, &device, &baud, &error))
+            return setup_error(error);
+    }
+
+    struct sigaction sa {};
+    sa.sa_handler = on_signal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+
+    SerialPort port;
+    if (!port.open(device, baud, s.cmd.n_timeout, &error)) return setup_error(error);
+    const size_t blocks = (image.size() + MCU_ISP_BLOCK_SIZE - 1) / MCU_ISP_BLOCK_SIZE;
+    printf("mcu_upgrade: writing %zu bytes (%zu blocks) of %s to %s at %u bit/s\n", image.size(),
+           blocks, s.cmd.file_path, device.c_str(), baud);
+    fflush(stdout);
+
+    const char *verbose = getenv("MCU_UPGRADE_VERBOSE");
+    Transcript transcript(verbose == nullptr || strcmp(verbose, "1") != 0);
+    ProgressBar bar(stderr);
+    const auto start = std::chrono::steady_clock::now();
+    bar.start();
+    const int result = mcu_isp(image.data(), static_cast<unsigned int>(image.size()));
+    bar.finish(result == MCU_ISP_OK);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (result == MCU_ISP_OK) mcu_type_detect();
+    const std::string messages = transcript.close();
+    port.close();
+
+    if (result != MCU_ISP_OK) {
+        fprintf(stderr, "%s", tail(messages, 8).c_str());
+        fprintf(stderr, "mcu_upgrade: failed (%d): %s\n", result, failure_text(result));
+        return kExitFailed;
+    }
+    printf("mcu_upgrade: done in %.1f s: %zu bytes written at 0x%08x, part %s\n", seconds,
+           image.size(), MCU_ISP_FLASH_BASE, str_mcu_type[mcu_type_get()]);
+    return kExitDone;
+}

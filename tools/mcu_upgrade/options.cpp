@@ -1,0 +1,130 @@
+#include "mcu_upgrade/options.h"
+
+#include <getopt.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "mio_json.h"
+
+namespace mcu_upgrade {
+
+namespace {
+
+// The option table of cmd_parse_recvcard_mcu, plus -h / --help, which it lacks. A first
+// scan with it refuses what the library's scan would skip.
+constexpr const char *kShortOptions = "hveuERrc::s:m:p:l:t:f:i:d:g:b:";
+const option kLongOptions[] = {
+    {"help", no_argument, nullptr, 'h'},
+    {"n_version", no_argument, nullptr, 'v'},
+    {"n_mode", no_argument, nullptr, 'e'},
+    {"n_uart", no_argument, nullptr, 'u'},
+    {"n_pre_erase", no_argument, nullptr, 'E'},
+    {"n_get_erase_result", no_argument, nullptr, 'R'},
+    {"n_reboot", no_argument, nullptr, 'r'},
+    {"n_check", no_argument, nullptr, 'c'},
+    {"n_slot_id", required_argument, nullptr, 's'},
+    {"n_mode_id", required_argument, nullptr, 'm'},
+    {"file_path", required_argument, nullptr, 'p'},
+    {"n_size", required_argument, nullptr, 'l'},
+    {"n_timeout", required_argument, nullptr, 't'},
+    {"n_filetype", required_argument, nullptr, 'f'},
+    {"n_index", required_argument, nullptr, 'i'},
+    {"n_devicetype", required_argument, nullptr, 'd'},
+    {"n_deviceindex", required_argument, nullptr, 'g'},
+    {"n_boot", required_argument, nullptr, 'b'},
+    {nullptr, 0, nullptr, 0},
+};
+
+constexpr uint32_t kDefaultTimeoutMs = 1000;
+
+bool fail(std::string *error, const std::string &message) {
+    *error = message;
+    return false;
+}
+
+}  // namespace
+
+bool parse(int argc, char **argv, Settings *out, std::string *error) {
+    optind = 0;
+    int c;
+    while ((c = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
+        if (c == '?') return fail(error, "bad command line");
+        if (c == 'h') out->help = true;
+    }
+    if (out->help) return true;
+
+    out->cmd = upgrade_mcu_t{};
+    out->cmd.n_timeout = kDefaultTimeoutMs;
+    cmd_parse_recvcard_mcu(&out->cmd, argc, argv);
+    // getopt has moved the plain arguments behind the options.
+    if (argc - optind > 1)
+        return fail(error, std::string("unexpected argument '") + argv[optind + 1] + "'");
+    if (argc - optind == 1) out->device = argv[optind];
+    if (out->cmd.n_timeout == 0 || out->cmd.n_timeout > 600000)
+        return fail(error, "-t must be 1 to 600000 milliseconds");
+    return true;
+}
+
+void print_usage(FILE *out) {
+    fprintf(out,
+            "Usage: mcu_upgrade -p FIRMWARE [OPTION...] [DEVICE]\n"
+            "Writes FIRMWARE into the internal flash of an MCU (from 0x08000000) through its\n"
+            "serial bootloader, then identifies the part.\n"
+            "  DEVICE             serial device of the bootloader; without it the device (and\n"
+            "                     its line speed) of the MCU's serial channel is taken from\n"
+            "                     the transfer configuration: -s slot, -m index in its \"mcu\"\n"
+            "                     array (default 0)\n"
+            "  -p, --file_path    the firmware image (raw binary)\n"
+            "  -l, --n_size       write only the first N bytes of the image\n"
+            "  -t, --n_timeout    milliseconds to wait for each answer (default %u)\n"
+            "  -s, --n_slot_id    slot of the board, -m, --n_mode_id  its MCU index\n"
+            "  -v, --n_version    print the version and exit\n"
+            "  -h, --help         this text\n"
+            "  -e -u -E -R -r -c -b -f -i -d -g are accepted and have no effect here.\n"
+            "Files and settings (environment):\n"
+            "  TRANSFER_CONFIG       transfer configuration, now %s\n"
+            "                        (default %s)\n"
+            "  MCU_UPGRADE_VERBOSE=1 show the programmer's own messages as they come (else\n"
+            "                        they are shown only when the run fails)\n"
+            "Line: 8 data bits, even parity, 1 stop bit; 115200 bit/s unless the configuration\n"
+            "names another speed. Progress is drawn on standard error.\n"
+            "Exit status: 0 written, 1 the bootloader run failed, 2 bad command line, 3 image,\n"
+            "configuration or serial device unusable.\n",
+            kDefaultTimeoutMs, transfer_config_path().c_str(), MCU_UPGRADE_DEFAULT_CONFIG);
+}
+
+std::string transfer_config_path() {
+    const char *v = getenv("TRANSFER_CONFIG");
+    return v != nullptr && *v != 0 ? v : MCU_UPGRADE_DEFAULT_CONFIG;
+}
+
+bool device_from_config(const std::string &config, uint32_t slot, uint32_t index,
+                        std::string *device, uint32_t *baud, std::string *error) {
+    mio_json *root = mio_json_fromfile(config.c_str());
+    if (root == nullptr) return fail(error, "cannot read or parse " + config);
+    bool found = false;
+    for (const char *array : {"maincards", "subcards", "backplane"}) {
+        mio_json *boards = mio_json_getobjectitem(root, array);
+        for (uint32_t i = 0; !found && i < mio_json_getarraysize(boards); ++i) {
+            mio_json *board = mio_json_getarrayitem(boards, i);
+            if (mio_json_getobjectitemint(board, "slot") != static_cast<int32_t>(slot)) continue;
+            mio_json *entry = mio_json_getarrayitem(mio_json_getobjectitem(board, "mcu"), index);
+            const char *path = mio_json_getobjectitemstr(entry, "ip");
+            if (entry == nullptr || mio_json_getobjectitemint(entry, "type") != UART ||
+                path == nullptr)
+                continue;
+            *device = path;
+            const int32_t speed = mio_json_getobjectitemint(entry, "port");
+            if (speed > 0) *baud = static_cast<uint32_t>(speed);
+            found = true;
+        }
+    }
+    mio_json_delete(root);
+    if (!found)
+        return fail(error, "no serial MCU channel " + std::to_string(index) + " of slot " +
+                               std::to_string(slot) + " in " + config);
+    return true;
+}
+
+}  // namespace mcu_upgrade

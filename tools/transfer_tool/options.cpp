@@ -1,0 +1,173 @@
+#include "transfer_tool/options.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace transfer_tool {
+
+namespace {
+
+// The option table of cmd_parse_recvcard: every option but -h takes a value.
+struct LongOption {
+    const char *name;
+    char short_name;
+};
+constexpr LongOption kLongOptions[] = {
+    {"slotid", 's'},         {"addr_reg", 'R'},    {"length", 'L'},    {"n_eth_mask", 'e'},
+    {"n_recvcard_num", 'r'}, {"n_body_type", 'B'}, {"n_e_code", 'E'},  {"n_device_type", 'D'},
+    {"n_no_ack", 'A'},       {"n_times", 'C'},     {"file_path", 'P'}, {"data", 'd'},
+};
+constexpr const char *kShortWithValue = "sRLerBEDACPd";
+
+std::string env_or(const char *name, const char *fallback, bool *from_env = nullptr) {
+    const char *v = getenv(name);
+    bool set = v != nullptr && *v != 0;
+    if (from_env != nullptr) *from_env = set;
+    return set ? v : fallback;
+}
+
+bool parse_u32(const char *text, uint32_t *out) {
+    char *end = nullptr;
+    errno = 0;
+    unsigned long v = strtoul(text, &end, 0);
+    if (end == text || *end != 0 || errno != 0 || v > UINT32_MAX || text[0] == '-') return false;
+    *out = static_cast<uint32_t>(v);
+    return true;
+}
+
+bool add_byte(const char *text, Scan *out, std::string *error) {
+    uint32_t v = 0;
+    if (!parse_u32(text, &v) || v > 0xFF) {
+        *error = std::string("data value '") + text + "' is not a byte (0 to 0xff)";
+        return false;
+    }
+    out->data.push_back(static_cast<uint8_t>(v));
+    return true;
+}
+
+// The short name of a long option: an exact name, or a prefix of exactly one name, as
+// getopt_long accepts them. 0 when unknown or ambiguous.
+char find_long(const std::string &name) {
+    char found = 0;
+    int matches = 0;
+    for (const auto &o : kLongOptions) {
+        if (name == o.name) return o.short_name;
+        if (strncmp(o.name, name.c_str(), name.size()) == 0) {
+            found = o.short_name;
+            ++matches;
+        }
+    }
+    return matches == 1 ? found : 0;
+}
+
+}  // namespace
+
+Locations locations() {
+    Locations l;
+    l.transfer_config = env_or("TRANSFER_CONFIG", TRANSFER_TOOL_DEFAULT_CONFIG);
+    l.zlog_config = env_or("TRANSFER_ZLOG_CONFIG", TRANSFER_TOOL_DEFAULT_ZLOG, &l.zlog_from_env);
+    return l;
+}
+
+bool timing_from_env(Timing *out, std::string *error) {
+    const char *names[] = {"TRANSFER_TIMEOUT_MS", "TRANSFER_RETRIES"};
+    uint32_t *fields[] = {&out->timeout_ms, &out->retries};
+    for (int i = 0; i < 2; ++i) {
+        const char *v = getenv(names[i]);
+        if (v == nullptr || *v == 0) continue;
+        if (!parse_u32(v, fields[i]) || (i == 0 && *fields[i] == 0)) {
+            *error = std::string(names[i]) + "='" + v + "' is not a valid number";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool scan_arguments(int argc, char **argv, Scan *out, std::string *error) {
+    bool in_data = false;  // plain arguments right after -d are more data values
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        char opt = 0;
+        const char *value = nullptr;
+        if (arg == "--") {
+            for (++i; i < argc; ++i) {
+                if (!in_data) {
+                    *error = std::string("unexpected argument '") + argv[i] + "'";
+                    return false;
+                }
+                if (!add_byte(argv[i], out, error)) return false;
+            }
+            break;
+        }
+        if (arg.size() > 2 && arg[0] == '-' && arg[1] == '-') {
+            const size_t eq = arg.find('=');
+            const std::string name = arg.substr(2, eq == std::string::npos ? eq : eq - 2);
+            opt = find_long(name);
+            if (opt == 0) {
+                *error = "unknown or ambiguous option --" + name;
+                return false;
+            }
+            if (eq != std::string::npos) value = argv[i] + eq + 1;
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            opt = arg[1];
+            if (opt == 'h') {
+                out->help = true;
+                in_data = false;
+                continue;
+            }
+            if (strchr(kShortWithValue, opt) == nullptr) {
+                *error = "unknown option -" + arg.substr(1, 1);
+                return false;
+            }
+            if (arg.size() > 2) value = argv[i] + 2;
+        } else {
+            if (!in_data) {
+                *error = "unexpected argument '" + arg + "' (data values follow -d)";
+                return false;
+            }
+            if (!add_byte(argv[i], out, error)) return false;
+            continue;
+        }
+        if (value == nullptr) {
+            if (i + 1 >= argc) {
+                *error = std::string("option ") + argv[i] + " needs a value";
+                return false;
+            }
+            value = argv[++i];
+        }
+        in_data = opt == 'd';
+        if (in_data) {
+            out->data_given = true;
+            if (!add_byte(value, out, error)) return false;
+        }
+    }
+    return true;
+}
+
+void print_help_notes(FILE *out) {
+    const Locations l = locations();
+    fprintf(out,
+            "\ntransfer_tool: read or write a register of a board FPGA or MCU, or of a receiving\n"
+            "card, through the transfer engine; prints the reply data as hex with offsets.\n"
+            "  -s slot   -D 0 FPGA / 1 MCU   -e device index in that section (with -B 2: the\n"
+            "  Ethernet port, 0xff all)   -r receiving card (-B 2; 0xffff all)   -B body type:\n"
+            "  0 address, 1 TLV, 2 receiving card   -R register (TLV: tag)   -L bytes to read,\n"
+            "  or to write (the -d values are padded with zeros to it)   -d data bytes to send\n"
+            "  -P write: file with the data to send; read: file that receives the reply data\n"
+            "  -A 1 no acknowledgement   -C repeat count (default 1)\n"
+            "Files and settings (environment):\n"
+            "  TRANSFER_CONFIG       transfer configuration, now %s\n"
+            "                        (default %s)\n"
+            "  TRANSFER_ZLOG_CONFIG  zlog configuration, now %s\n"
+            "                        (default %s;\n"
+            "                        without the file the library does not log)\n"
+            "  TRANSFER_TIMEOUT_MS   time allowed for one attempt (default 1000)\n"
+            "  TRANSFER_RETRIES      retransmissions after a time-out (default 2)\n"
+            "Exit status: 0 done, 1 configuration, start-up or file error, 2 bad command line,\n"
+            "3 request refused, 4 timed out, 5 the board answered with an error code.\n",
+            l.transfer_config.c_str(), TRANSFER_TOOL_DEFAULT_CONFIG, l.zlog_config.c_str(),
+            TRANSFER_TOOL_DEFAULT_ZLOG);
+}
+
+}  // namespace transfer_tool

@@ -1,0 +1,48 @@
+// Command-line and environment handling of transfer_tool.
+//
+// The option set is the library's (cmd_parse_recvcard); this file adds what the parser
+// leaves to the tool: a check of the vector before it is parsed, the data values after -d,
+// and the settings that come from the environment (file locations, time-out, retries).
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace transfer_tool {
+
+// Where the tool finds its files: the environment variable when set, else the default.
+struct Locations {
+    std::string transfer_config;  // TRANSFER_CONFIG
+    std::string zlog_config;      // TRANSFER_ZLOG_CONFIG
+    bool zlog_from_env = false;   // set explicitly: a missing file is then worth a warning
+};
+
+Locations locations();
+
+// Time allowed for one attempt and retransmissions after a time-out.
+struct Timing {
+    uint32_t timeout_ms = 1000;  // TRANSFER_TIMEOUT_MS
+    uint32_t retries = 2;        // TRANSFER_RETRIES
+};
+
+// The timing from the environment; false with a message for a malformed value.
+bool timing_from_env(Timing *out, std::string *error);
+
+// What the scan of the argument vector found.
+struct Scan {
+    bool help = false;          // -h seen
+    bool data_given = false;    // -d seen
+    std::vector<uint8_t> data;  // -d's value and the plain arguments after it
+};
+
+// Checks the vector against the parser's option table before the parser sees it, so that
+// unknown options, missing arguments and stray arguments are refused instead of skipped,
+// and collects the data values (the parser stores none). False with a message.
+bool scan_arguments(int argc, char **argv, Scan *out, std::string *error);
+
+// The tool's own part of the help: what the library's usage text does not say.
+void print_help_notes(FILE *out);
+
+}  // namespace transfer_tool

@@ -1,0 +1,165 @@
+#include "transfer_tool/request.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+namespace transfer_tool {
+
+namespace {
+
+// Requests without acknowledgement count as done this long after sending; receiving
+// cards are polled for completion at this interval instead.
+constexpr uint32_t kWriteWaitUs = 10000;
+constexpr uint32_t kPollingMs = 20;
+
+bool parse_slot(const char *text, uint32_t *out) {
+    char *end = nullptr;
+    errno = 0;
+    unsigned long v = strtoul(text, &end, 0);
+    if (text[0] == 0 || text[0] == '-' || *end != 0 || errno != 0 || v > UINT32_MAX) return false;
+    *out = static_cast<uint32_t>(v);
+    return true;
+}
+
+std::string hex(uint32_t v, int width) {
+    char buf[16];
+    snprintf(buf, sizeof buf, "0x%0*x", width, v);
+    return buf;
+}
+
+bool fail(std::string *error, const std::string &message) {
+    *error = message;
+    return false;
+}
+
+// The bytes a write sends: the -d values padded with zeros to -L, or -L bytes of the file.
+bool write_payload(const recvcard_struct &cmd, const Payload &p, std::vector<uint8_t> *out,
+                   std::string *error) {
+    if (p.data_given && p.file_given) return fail(error, "give the data with -d or -P, not both");
+    *out = p.file_given ? p.file_data : p.data;
+    if (cmd.n_length == kLengthUnset) {
+        if (out->empty()) return fail(error, "nothing to write: give -d values, -P file or -L");
+        return true;
+    }
+    if (out->size() > cmd.n_length) {
+        if (p.file_given) {
+            out->resize(cmd.n_length);
+            return true;
+        }
+        return fail(error, std::to_string(out->size()) + " data values but -L " +
+                               std::to_string(cmd.n_length));
+    }
+    if (p.file_given && out->size() < cmd.n_length)
+        return fail(error, "the file of -P has " + std::to_string(out->size()) +
+                               " bytes, fewer than -L " + std::to_string(cmd.n_length));
+    out->resize(cmd.n_length, 0);
+    return true;
+}
+
+std::string summary_of(const Request &r) {
+    const transfer_op_t &op = r.op;
+    const size_t n = op.e_code == FRAME_WRITE ? r.payload.size() : op.n_read_len;
+    std::string s = op.e_code == FRAME_WRITE ? "write " : "read ";
+    s += std::to_string(n) + (n == 1 ? " byte at " : " bytes at ");
+    s += op.e_type == BODY_TLV ? "tag " : "";
+    s += hex(op.st_addr_param.n_addr, 8) + " of ";
+    if (op.e_type == BODY_RECVCARD) {
+        const uint32_t card = op.st_control.n_recvcard_id;
+        const uint32_t port = op.st_addr_param.n_device_index;
+        s += card == 0xFFFF ? "every receiving card" : "receiving card " + std::to_string(card);
+        s += port == 0xFF ? " behind every port" : " behind port " + std::to_string(port);
+        s += " of ";
+    }
+    s += "slot " + std::to_string(op.n_slot) + " " + (op.e_mode == FPGA ? "FPGA " : "MCU ") +
+         std::to_string(op.n_mode_id);
+    if (op.n_no_ack == EN_REQUEST_NO_ACK) s += ", no acknowledgement";
+    return s;
+}
+
+}  // namespace
+
+void set_defaults(recvcard_struct *cmd) {
+    *cmd = recvcard_struct{};
+    cmd->n_length = kLengthUnset;
+    cmd->n_e_code = FRAME_READ;
+    cmd->n_body_type = BODY_ADDRESS;
+    cmd->n_no_ack = EN_REQUEST_ACK;
+    cmd->n_device_type = FPGA;
+    cmd->n_times = 1;
+}
+
+bool build_request(const recvcard_struct &cmd, const Payload &payload, const Timing &timing,
+                   Request *out, std::string *error) {
+    Request r;
+    transfer_op_t &op = r.op;
+    uint32_t slot = 0;
+    if (!parse_slot(cmd.n_slot_id, &slot))
+        return fail(error, cmd.n_slot_id[0] == 0 ? "no slot: give -s"
+                                                 : std::string("bad slot '") + cmd.n_slot_id + "'");
+    if (cmd.n_device_type > MCU) return fail(error, "-D must be 0 (FPGA) or 1 (MCU)");
+    if (cmd.n_body_type >= MAX_BODY_TYPE)
+        return fail(error, "-B must be 0 (address), 1 (TLV) or 2 (receiving card)");
+    if (static_cast<uint32_t>(cmd.n_e_code) > FRAME_WRITE)
+        return fail(error, "-E must be 0 (read) or 1 (write)");
+    if (cmd.n_no_ack > EN_REQUEST_NO_ACK) return fail(error, "-A must be 0 (ack) or 1 (no ack)");
+    if (cmd.n_eth_mask > 0xFF) return fail(error, "-e must be at most 0xff");
+    if (cmd.n_recvcard_num > 0xFFFF) return fail(error, "-r must be at most 0xffff");
+    if (cmd.n_times == 0) return fail(error, "-C must be at least 1");
+
+    op.n_slot = slot;
+    op.e_mode = static_cast<transfer_section>(cmd.n_device_type);
+    op.n_reply_times = timing.retries;
+    op.n_no_ack = cmd.n_no_ack;
+    op.n_write_wait_time = kWriteWaitUs;
+    op.n_timeout = timing.timeout_ms;
+    op.e_code = cmd.n_e_code;
+    op.e_type = static_cast<request_body_type>(cmd.n_body_type);
+    op.st_addr_param.n_addr = cmd.n_reg_addr;
+    op.st_control.n_recvcard_id = cmd.n_recvcard_num;
+    if (op.e_type == BODY_RECVCARD) {
+        // -e names the sender card's Ethernet port; the card sits behind the first
+        // device of the section. A broadcast over the ports is queued on port 0.
+        op.st_addr_param.n_device_type = DEVICE_ETH;
+        op.st_addr_param.n_device_index = static_cast<uint8_t>(cmd.n_eth_mask);
+        op.n_mode_id = 0;
+        op.n_broadcast_eth_id = 0;
+        if (op.n_no_ack == EN_REQUEST_NO_ACK) {
+            op.n_polling_state = 1;
+            op.n_polling_time = kPollingMs;
+        }
+    } else {
+        op.st_addr_param.n_device_type = static_cast<uint8_t>(cmd.n_device_type);
+        op.st_addr_param.n_device_index = static_cast<uint8_t>(cmd.n_eth_mask);
+        op.n_mode_id = cmd.n_eth_mask;
+    }
+
+    if (op.e_code == FRAME_WRITE) {
+        if (!write_payload(cmd, payload, &r.payload, error)) return false;
+    } else {
+        // A reply with error code and length in front of the data must fit the 9000-byte
+        // receive buffer as a whole.
+        const uint32_t len = cmd.n_length == kLengthUnset ? 4 : cmd.n_length;
+        const uint32_t max = op.e_type == BODY_RECVCARD ? SDK_DATA_BUF_LEN : SDK_DATA_BUF_LEN - 4;
+        if (len > max) return fail(error, "-L: at most " + std::to_string(max) + " bytes");
+        op.n_read_len = len;
+        r.payload = payload.data;  // parameters of the read, sent along
+        if (payload.file_given) r.output_file = cmd.file_path;
+    }
+    r.count = cmd.n_times;
+    r.summary = summary_of(r);
+    *out = std::move(r);
+    return true;
+}
+
+bool read_file(const std::string &path, std::vector<uint8_t> *out, std::string *error) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return fail(error, "cannot read " + path + ": " + strerror(errno));
+    out->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+}
+
+}  // namespace transfer_tool

@@ -1,0 +1,44 @@
+// Turns the parsed command line of transfer_tool into a request descriptor and the bytes
+// to send with it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "transfer_server.h"
+#include "transfer_tool/options.h"
+
+namespace transfer_tool {
+
+// -L when the command line has none (the parser keeps the caller's values).
+constexpr uint32_t kLengthUnset = UINT32_MAX;
+
+// The record before parsing: the tool's defaults (read, FPGA 0, address body, ack, once).
+void set_defaults(recvcard_struct *cmd);
+
+struct Request {
+    transfer_op_t op{};
+    std::vector<uint8_t> payload;  // bytes sent with the frame
+    uint32_t count = 1;            // -C
+    std::string output_file;       // read with -P: where the reply data goes
+    std::string summary;           // "read 4 bytes at 0x00001000 of slot 100 FPGA 0"
+};
+
+// What the request sends besides the descriptor: the -d values, or the contents of the
+// -P file of a write (file_data, read by the caller).
+struct Payload {
+    bool data_given = false;
+    std::vector<uint8_t> data;
+    bool file_given = false;
+    std::vector<uint8_t> file_data;
+};
+
+// Builds the request; false with a message for a value the descriptor cannot carry.
+bool build_request(const recvcard_struct &cmd, const Payload &payload, const Timing &timing,
+                   Request *out, std::string *error);
+
+// Whole file into out; false with a message.
+bool read_file(const std::string &path, std::vector<uint8_t> *out, std::string *error);
+
+}  // namespace transfer_tool

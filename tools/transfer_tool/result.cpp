@@ -1,0 +1,91 @@
+#include "transfer_tool/result.h"
+
+#include <cstring>
+
+namespace transfer_tool {
+
+bool reply_has_error_code(json_type_tbl channel_type, const transfer_op_t &op) {
+    if (op.e_type == BODY_RECVCARD || op.st_addr_param.n_device_type == DEVICE_ETH) return false;
+    return channel_type != UART || op.e_type == BODY_TLV;
+}
+
+Reply split_reply(const uint8_t *buf, int32_t len, bool has_error_code) {
+    Reply r;
+    size_t n = len > 0 ? static_cast<size_t>(len) : 0;
+    if (has_error_code && n >= 4) {
+        r.has_error_code = true;
+        r.error_code = static_cast<int16_t>(buf[0] | (buf[1] << 8));
+        // Bytes 2 and 3 repeat the data length; the count handed over is what counts.
+        buf += 4;
+        n -= 4;
+    }
+    r.data.assign(buf, buf + n);
+    return r;
+}
+
+void print_hex(FILE *out, const uint8_t *data, size_t len) {
+    for (size_t line = 0; line < len; line += 16) {
+        char text[17] = {};
+        fprintf(out, "  %04zx ", line);
+        for (size_t i = 0; i < 16; ++i) {
+            if (line + i < len) {
+                const uint8_t b = data[line + i];
+                fprintf(out, " %02x", b);
+                text[i] = b >= 0x20 && b < 0x7F ? static_cast<char>(b) : '.';
+            } else {
+                fputs("   ", out);
+            }
+        }
+        fprintf(out, "  |%s|\n", text);
+    }
+}
+
+std::string explain_code(int32_t code) {
+    switch (code) {
+        case -3:
+            return "no such section";
+        case -5:
+            return "out of memory";
+        case -1000:
+            return "configuration file missing, unreadable or malformed";
+        case -2000:
+            return "logging could not be initialised";
+        case -4000:
+            return "refused: no route to the target";
+        case -4001:
+            return "timed out";
+        case -4006:
+            return "frame too long";
+        case 14:
+            return "configuration without \"device\"";
+        default:
+            return "refused";
+    }
+}
+
+int print_outcome(FILE *out, FILE *err, uint32_t index, const std::string &summary, int32_t result,
+                  const Reply &reply, double ms) {
+    if (result == -4001) {
+        fprintf(err, "#%u %s: timed out after %.1f ms (no reply from the board)\n", index,
+                summary.c_str(), ms);
+        return kExitTimeout;
+    }
+    if (result < 0) {
+        fprintf(err, "#%u %s: failed with %d (%s)\n", index, summary.c_str(), result,
+                explain_code(result).c_str());
+        return kExitRefused;
+    }
+    fprintf(out, "#%u %s: %zu data byte%s in %.3f ms", index, summary.c_str(), reply.data.size(),
+            reply.data.size() == 1 ? "" : "s", ms);
+    if (reply.has_error_code) fprintf(out, ", board error code %d", reply.error_code);
+    fputc('\n', out);
+    print_hex(out, reply.data.data(), reply.data.size());
+    if (reply.has_error_code && reply.error_code != 0) {
+        fprintf(err, "#%u %s: the board answered with error code %d\n", index, summary.c_str(),
+                reply.error_code);
+        return kExitBoardError;
+    }
+    return kExitDone;
+}
+
+}  // namespace transfer_tool
