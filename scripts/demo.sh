@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# Builds the library and runs the example host inside a private network namespace
-# (lo and an "eth0" veth pair up), so the channels it opens stay on this machine.
+# Builds the library and its host programs, then shows them at work on a simulated chassis
+# inside a private network namespace (lo and an "eth0" veth pair up), so every frame stays
+# on this machine. The transcript is printed; nothing is left running.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
-cmake -S . -B build/demo -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRANSFER_BUILD_TESTS=OFF >/dev/null
-cmake --build build/demo -j"$(nproc)" --target example_host
-exec tests/support/netns_run.sh build/demo/tools/example_host/example_host \
-    config/example_transfer.json config/example_zlog.conf
+dir=build/demo
+cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRANSFER_BUILD_TESTS=OFF >/dev/null
+cmake --build "$dir" -j"$(nproc)" --target transfer_tool mcu_upgrade board_sim isp_sim_pty \
+    example_host >/dev/null
+exec tests/support/netns_run.sh bash scripts/demo-chassis.sh "$dir"

@@ -16,6 +16,10 @@
 #include <string>
 #include <thread>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #include "chassis.h"
 #include "channel_setup/netns_helpers.h"
 #include "transfer_server.h"
@@ -262,6 +266,13 @@ int main(int argc, char **argv) {
             pass = false;
         }
     }
+#if defined(__SANITIZE_ADDRESS__)
+    // _exit below skips the exit-time leak check: run it here.
+    if (__lsan_do_recoverable_leak_check() != 0) {
+        fprintf(stderr, "soak: memory leaked\n");
+        pass = false;
+    }
+#endif
     printf("soak: %s\n", pass ? "PASS" : "FAIL");
     fflush(stdout);
     _exit(pass ? 0 : 1);  // the engine's threads run until the process ends

@@ -117,6 +117,19 @@ int run(const Request &req) {
     return status;
 }
 
+// Lists the reports queued since start-up: slot, length and the frame in hex.
+void print_reports(uint32_t wait_ms) {
+    usleep(static_cast<useconds_t>(wait_ms) * 1000u);
+    static report_queue_data_t rec;
+    int n = 0;
+    while (sdk_report_queue_get_first(&rec, sdk_get_report_queue()) == 0) {
+        sdk_report_queue_pull(sdk_get_report_queue());
+        printf("report %d from slot %u, %u bytes:\n", ++n, rec.n_slot, rec.n_len);
+        print_hex(stdout, rec.arr_buf, rec.n_len);
+    }
+    printf("%d report%s received in %u ms\n", n, n == 1 ? "" : "s", wait_ms);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -155,6 +168,7 @@ int main(int argc, char **argv) {
         return kExitStartup;
     }
     const int status = run(req);
+    if (timing.report_wait_ms > 0) print_reports(timing.report_wait_ms);
     // The engine's threads run until the process ends; leave without running destructors
     // under them.
     fflush(stdout);

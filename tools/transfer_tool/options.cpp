@@ -71,9 +71,9 @@ Locations locations() {
 }
 
 bool timing_from_env(Timing *out, std::string *error) {
-    const char *names[] = {"TRANSFER_TIMEOUT_MS", "TRANSFER_RETRIES"};
-    uint32_t *fields[] = {&out->timeout_ms, &out->retries};
-    for (int i = 0; i < 2; ++i) {
+    const char *names[] = {"TRANSFER_TIMEOUT_MS", "TRANSFER_RETRIES", "TRANSFER_REPORT_WAIT_MS"};
+    uint32_t *fields[] = {&out->timeout_ms, &out->retries, &out->report_wait_ms};
+    for (int i = 0; i < 3; ++i) {
         const char *v = getenv(names[i]);
         if (v == nullptr || *v == 0) continue;
         if (!parse_u32(v, fields[i]) || (i == 0 && *fields[i] == 0)) {
@@ -164,6 +164,8 @@ void print_help_notes(FILE *out) {
             "                        without the file the library does not log)\n"
             "  TRANSFER_TIMEOUT_MS   time allowed for one attempt (default 1000)\n"
             "  TRANSFER_RETRIES      retransmissions after a time-out (default 2)\n"
+            "  TRANSFER_REPORT_WAIT_MS  after the requests, wait this long and list the\n"
+            "                        reports the boards sent meanwhile (default 0: none)\n"
             "Exit status: 0 done, 1 configuration, start-up or file error, 2 bad command line,\n"
             "3 request refused, 4 timed out, 5 the board answered with an error code.\n",
             l.transfer_config.c_str(), TRANSFER_TOOL_DEFAULT_CONFIG, l.zlog_config.c_str(),

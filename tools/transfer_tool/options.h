@@ -23,8 +23,9 @@ Locations locations();
 
 // Time allowed for one attempt and retransmissions after a time-out.
 struct Timing {
-    uint32_t timeout_ms = 1000;  // TRANSFER_TIMEOUT_MS
-    uint32_t retries = 2;        // TRANSFER_RETRIES
+    uint32_t timeout_ms = 1000;   // TRANSFER_TIMEOUT_MS
+    uint32_t retries = 2;         // TRANSFER_RETRIES
+    uint32_t report_wait_ms = 0;  // TRANSFER_REPORT_WAIT_MS: then list the reports received
 };
 
 // The timing from the environment; false with a message for a malformed value.
