@@ -1,18 +1,37 @@
 #!/usr/bin/env bash
-# Builds the library and runs the whole test suite: a plain build, then AddressSanitizer
-# with UndefinedBehaviorSanitizer, then ThreadSanitizer.
-#   scripts/test.sh            all three
-#   scripts/test.sh plain      only the plain build (likewise: address, thread)
+# Builds the library and runs the whole test suite: a plain build, AddressSanitizer with
+# UndefinedBehaviorSanitizer, ThreadSanitizer, then every fuzz target for a bounded time.
+#   scripts/test.sh                  plain, address, thread and fuzz
+#   scripts/test.sh plain thread     only these (also: address, fuzz, aarch64)
+# FUZZ_SECONDS sets the time per fuzz target (default 45); "aarch64" cross-builds and runs
+# the tests under qemu (scripts/cross-aarch64.sh).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 
 jobs=$(nproc)
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(plain address thread)
+[ ${#variants[@]} -gt 0 ] || variants=(plain address thread fuzz)
 
 status=0
 for v in "${variants[@]}"; do
+    case $v in
+        fuzz)
+            echo "=== fuzz targets ==="
+            scripts/fuzz.sh "${FUZZ_SECONDS:-45}" || status=1
+            continue
+            ;;
+        aarch64)
+            echo "=== AArch64 cross build under qemu ==="
+            scripts/cross-aarch64.sh || status=1
+            continue
+            ;;
+        plain | address | thread) ;;
+        *)
+            echo "unknown variant $v (plain, address, thread, fuzz, aarch64)" >&2
+            exit 2
+            ;;
+    esac
     dir=build/test-$v
     san=""
     [ "$v" = plain ] || san=$v

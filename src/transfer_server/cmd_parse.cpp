@@ -14,6 +14,14 @@ uint32_t number(const char *text) {
     return static_cast<uint32_t>(strtol(text, nullptr, 0));
 }
 
+// Stores the number as given into the read/write field. Any number may be typed; a
+// conversion to frame_code of a value other than 0 or 1 would be undefined, so the field
+// receives the 32-bit value itself.
+void store_code(frame_code *p_field, uint32_t n_value) {
+    static_assert(sizeof(frame_code) == sizeof(uint32_t), "frame_code is a 32-bit field");
+    memcpy(p_field, &n_value, sizeof(n_value));
+}
+
 // Copies text cut so that it and its zero fit the array of size bytes.
 void copy_text(char *dst, size_t size, const char *text) {
     size_t len = strnlen(text, size - 1);
@@ -122,7 +130,7 @@ SDK_API en_mid_ack cmd_parse_recvcard(recvcard_struct *p_common_cmd, int32_t n_a
                 p_common_cmd->n_body_type = number(optarg);
                 break;
             case 'E':
-                p_common_cmd->n_e_code = static_cast<frame_code>(number(optarg));
+                store_code(&p_common_cmd->n_e_code, number(optarg));
                 break;
             case 'D':
                 p_common_cmd->n_device_type = number(optarg);

@@ -34,6 +34,8 @@ struct Block {
     int64_t count;
 };
 
+constexpr int64_t kMaxChannels = 65536;
+
 int32_t json_error() {
     TLOGE(" json error code %d", sdk::kErrConfig);
     return sdk::kErrConfig;
@@ -145,9 +147,11 @@ int32_t load(mio_json *root) {
         fmt.n_rvcard_max = 0;
     }
 
-    // Each class contributes at most INT32_MAX^2 ids, so the sum cannot overflow int64;
-    // a table that n_num (int32) cannot count is malformed.
-    if (total > INT32_MAX) {
+    // Each class contributes at most INT32_MAX^2 ids, so the sum cannot overflow int64.
+    // Settled: a table beyond kMaxChannels records is malformed. A chassis has a few
+    // hundred channels; a file asking for millions would otherwise have start-up allocate
+    // (and the workers walk) records, send queues and lists for every one of them.
+    if (total > kMaxChannels) {
         TLOGE("channel table of %lld records is too large", static_cast<long long>(total));
         return json_error();
     }

@@ -6,6 +6,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server/frame_layout.h"
+#include "transfer_server/op_fields.h"
 #include "transfer_server.h"
 
 namespace {
@@ -36,7 +37,7 @@ SDK_API int32_t sdk_packet_add_frame_header(frame_header_t *p_st_frame_header,
     const uint32_t slot = st_header.n_slot;
     if (!slot_in(g_st_transfer.st_main_card, slot) && !slot_in(g_st_transfer.st_sub_card, slot) &&
         !slot_in(g_st_transfer.st_backplane, slot)) {
-        TLOGE("unkonw frame type slot %d section %d", slot, st_header.e_mode);
+        TLOGE("unkonw frame type slot %d section %d", slot, sdk::op_mode(st_header));
         return sdk::kErrRefused;
     }
     p_st_frame_header->n_delimiter = SDK_FRAME_DELIMITER;
@@ -58,8 +59,8 @@ SDK_API int32_t sdk_packet_add_request_header(request_header_t *p_st_request_hea
         return sdk::kErrRefused;
     }
     b_request_header_t &b = p_st_request_header->st_b_header;
-    uint8_t param = static_cast<uint8_t>(((st_header.e_code & 1u) << 5) |
-                                         (st_header.e_type & SDK_PARAM_BODY_MASK));
+    uint8_t param = static_cast<uint8_t>(((sdk::op_code(st_header) & 1u) << 5) |
+                                         (sdk::op_type(st_header) & SDK_PARAM_BODY_MASK));
     if (st_header.n_no_ack == EN_REQUEST_ACK) param |= SDK_PARAM_ACK_BIT;
     b.n_requset_param = param;
     b.n_device_type = st_header.st_addr_param.n_device_type;
@@ -89,7 +90,7 @@ SDK_API int32_t sdk_packet_add_request_body(request_body_t *p_st_request_body,
             rv.n_device_type = 1;
             rv.n_port_id = addr.n_device_index;
             rv.n_rvcard_index = static_cast<uint16_t>(st_header.st_control.n_recvcard_id);
-            rv.n_op_code = static_cast<uint8_t>(st_header.e_code);
+            rv.n_op_code = static_cast<uint8_t>(sdk::op_code(st_header));
             rv.n_reserved = 0;
             rv.n_reg_addr = addr.n_addr;
             rv.n_data_len = static_cast<uint16_t>(st_header.n_read_len);
@@ -98,7 +99,8 @@ SDK_API int32_t sdk_packet_add_request_body(request_body_t *p_st_request_body,
         case BODY_ADDRESS:
             p_st_request_body->st_a_body.n_addr = addr.n_addr;
             p_st_request_body->st_a_body.n_err_code =
-                st_header.e_code == FRAME_READ ? static_cast<int16_t>(st_header.n_read_len) : 0;
+                sdk::op_code(st_header) == FRAME_READ ? static_cast<int16_t>(st_header.n_read_len)
+                                                      : 0;
             return sdk::kOk;
         default:
             TLOGE("unkonw request body type");

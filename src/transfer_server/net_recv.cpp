@@ -16,6 +16,7 @@
 #include "transfer_server/channel_fds.h"
 #include "transfer_server/engine_globals.h"
 #include "transfer_server/frame_layout.h"
+#include "transfer_server/net_datagram.h"
 #include "transfer_server/reply_deliver.h"
 #include "transfer_server/request_state.h"
 
@@ -45,6 +46,13 @@ int32_t parse(const uint8_t *b, uint32_t n, Reply *r) {
     }
     if (b[sdk::frame::kOffFrameType] != FRAME_SLOT) {
         TLOGE("UNKNOW FRAME_SLOT");
+        return 1;
+    }
+    // Settled: a frame too short to hold its parameter byte (10 bytes, length 0) has no
+    // body kind; it is handled as an unknown body kind, as on the serial path, instead of
+    // reading a byte that this datagram did not bring.
+    if (n <= sdk::frame::kOffParam) {
+        TLOGE("UNKNOW BODY TYPE");
         return 1;
     }
     const uint8_t n_kind = b[sdk::frame::kOffParam] & SDK_PARAM_BODY_MASK;
@@ -117,6 +125,15 @@ int32_t match(uint32_t n_channel, const uint8_t *b, const Reply &r) {
 
 namespace sdk {
 
+bool recv_datagram(uint32_t n_channel, const uint8_t *b, uint32_t n, int32_t *p_ret) {
+    Reply r;
+    const int32_t n_parse = parse(b, n, &r);
+    if (n_parse < 0) *p_ret = n_parse;
+    if (n_parse != sdk::kOk) return false;
+    *p_ret = match(n_channel, b, r);
+    return true;
+}
+
 // Settled: copying the reply and ending the request exclude each other through
 // st_wait_lock. The monitor never ends a request whose label a reply has taken until the
 // reply is stored (PACKET_RECV_DONE), so the record is alive here.
@@ -133,6 +150,8 @@ void deliver_reply(packet_data_t *p, const Reply &r, bool b_card_device) {
         p->st_recv_data.n_len = r.n_len;
     }
     sdk::MutexLock lock(&p->p_packet.st_lock);
+    // Tells a sender that has not yet let go of the request to wake the monitor (sender.cpp).
+    sdk::mark_set(&p->p_packet, sdk::kMarkReplied);
     sdk::state_store(&p->p_packet, PACKET_RECV_DONE);
 }
 
@@ -208,11 +227,10 @@ SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
             TLOGE("sdk_physical_recv n_recv_len < 0 ");
             return n_ret;
         }
-        Reply r;
-        int32_t n_parse = parse(arr_buf, static_cast<uint32_t>(n), &r);
-        if (n_parse < 0) return n_parse;
-        if (n_parse > 0) return n_ret;
-        n_ret = match(static_cast<uint32_t>(i), arr_buf, r);
+        if (!sdk::recv_datagram(static_cast<uint32_t>(i), arr_buf, static_cast<uint32_t>(n),
+                                &n_ret)) {
+            return n_ret;
+        }
     }
     return n_ret;
 }

@@ -157,8 +157,11 @@ int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
 
     // Settled: the frame must fit the 9000-byte send buffer; longer ones (up to 65535 and
     // beyond) are refused with -4006 before the record is allocated.
-    const uint64_t n_frame_len =
-        static_cast<uint64_t>(n_ret) + n_wbuflen + 2u + (op->e_type == BODY_RECVCARD ? 2u : 0u);
+    // The receiving-card checksum follows the body type that the builders took (the low
+    // four bits of e_type), not e_type itself: an e_type with high bits set must not make
+    // the frame two bytes longer than the length checked and sent.
+    const uint64_t n_frame_len = static_cast<uint64_t>(n_ret) + n_wbuflen + 2u +
+                                 (st_body.n_body_type == BODY_RECVCARD ? 2u : 0u);
     if (n_frame_len > SDK_DATA_BUF_LEN) {
         TLOGE(" max num error code %d", sdk::kErrFrameTooLong);
         return sdk::kErrFrameTooLong;

@@ -37,8 +37,10 @@ inline bool request_enabled(const packet_general_data_t *p) {
 constexpr uint32_t kMarkTaken = 1u;      // the sender is done with the record: it may end
 constexpr uint32_t kMarkRelist = 2u;     // the send-list push failed: the monitor re-lists
 constexpr uint32_t kMarkReplySeen = 4u;  // the receive path is done with a withdrawn record
-inline void mark_set(packet_general_data_t *p, uint32_t m) {
-    __atomic_fetch_or(&p->n_write_state, m, __ATOMIC_RELEASE);
+constexpr uint32_t kMarkReplied = 8u;    // a reply is being stored (set before the state)
+// Returns the marks as they were before.
+inline uint32_t mark_set(packet_general_data_t *p, uint32_t m) {
+    return __atomic_fetch_or(&p->n_write_state, m, __ATOMIC_ACQ_REL);
 }
 inline void mark_clear(packet_general_data_t *p, uint32_t m) {
     __atomic_fetch_and(&p->n_write_state, ~m, __ATOMIC_RELEASE);

@@ -2,6 +2,7 @@
 // its channel in the channel table.
 #include "common/log.h"
 #include "common/result.h"
+#include "transfer_server/op_fields.h"
 #include "transfer_server.h"
 
 namespace {
@@ -23,9 +24,10 @@ extern "C" SDK_API int32_t sdk_get_transfer_map_id(transfer_op_t st_header) {
     // The MCU rows follow the FPGA rows of the class that the slot number names; the map
     // itself is chosen below by the configured ranges, independently of this choice.
     int64_t step_offset;
-    if (st_header.e_mode == FPGA) {
+    const uint32_t n_mode = sdk::op_mode(st_header);
+    if (n_mode == FPGA) {
         step_offset = st_header.n_mode_id;
-    } else if (st_header.e_mode == MCU) {
+    } else if (n_mode == MCU) {
         const transfer_id_map_t *fpga_of = &cfg.st_sub_card;
         if (slot == kBackplaneSlot) {
             fpga_of = &cfg.st_backplane;

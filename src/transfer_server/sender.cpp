@@ -61,9 +61,14 @@ void serve(uint32_t n_list, queue_list_data_t *p_node) {
         sdk_send_queue_pull(q);
         sdk_send_list_pull(&g_st_send_manage_list, n_list, p_node);
         sdk::state_move(g, PACKET_WAIT_SEND, PACKET_SEND_END);
-        if (g->n_no_ack == EN_REQUEST_NO_ACK) sem_post(&g_st_monitor_manage_list.sem);
     }
-    sdk::mark_set(g, sdk::kMarkTaken);  // last touch: the monitor may end it from here on
+    const bool b_no_ack = g->n_no_ack == EN_REQUEST_NO_ACK;
+    // Last touch: the monitor may end it from here on. A walk that ran before the mark
+    // skipped the request; when its reply was stored meanwhile, nothing else would wake
+    // the monitor before the trigger does, so wake it here as after a frame that expects
+    // no acknowledgement.
+    const uint32_t n_marks = sdk::mark_set(g, sdk::kMarkTaken);
+    if (b_no_ack || (n_marks & sdk::kMarkReplied) != 0) sem_post(&g_st_monitor_manage_list.sem);
 }
 
 void walk(uint32_t n_list) {

@@ -1,0 +1,98 @@
+// The reference library: libmodbus reading 2 holding registers over Modbus/TCP on
+// loopback, against a libmodbus server in a thread of this process, in the same
+// sequential loop as the engine's reads.
+#include <modbus/modbus.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+#include "cases.h"
+
+namespace bench {
+
+namespace {
+
+constexpr int kPort = 1502;
+constexpr int kWarmup = 200;
+
+void serve(modbus_t *ctx, modbus_mapping_t *map, int listen_fd, std::atomic<bool> *stop) {
+    int s = listen_fd;
+    if (modbus_tcp_accept(ctx, &s) < 0) return;
+    uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
+    while (!*stop) {
+        const int rc = modbus_receive(ctx, query);
+        if (rc > 0) {
+            modbus_reply(ctx, query, rc, map);
+        } else if (rc == -1) {
+            break;  // the client closed the connection
+        }
+    }
+}
+
+}  // namespace
+
+int case_modbus(const CaseContext &ctx, Metrics &m) {
+    modbus_t *server = modbus_new_tcp("127.0.0.1", kPort);
+    modbus_mapping_t *map = modbus_mapping_new(0, 0, 16, 0);
+    const int listen_fd = server != nullptr ? modbus_tcp_listen(server, 1) : -1;
+    if (map == nullptr || listen_fd < 0) {
+        fprintf(stderr, "bench: modbus server: %s\n", modbus_strerror(errno));
+        return 1;
+    }
+    map->tab_registers[0] = 0x1234;
+    map->tab_registers[1] = 0x5678;
+    std::atomic<bool> stop{false};
+    std::thread t(serve, server, map, listen_fd, &stop);
+
+    modbus_t *client = modbus_new_tcp("127.0.0.1", kPort);
+    if (client == nullptr || modbus_connect(client) != 0) {
+        fprintf(stderr, "bench: modbus connect: %s\n", modbus_strerror(errno));
+        stop = true;
+        t.detach();
+        return 1;
+    }
+    uint16_t regs[2];
+    for (int i = 0; i < kWarmup; ++i)
+        modbus_read_registers(client, 0, 2, regs);
+    Latencies lat;
+    lat.reserve(400000);
+    uint64_t errors = 0;
+    const uint64_t cpu0 = process_cpu_ns();
+    const uint64_t t0 = now_ns();
+    const uint64_t until = t0 + static_cast<uint64_t>(ctx.seconds * 1e9);
+    uint64_t now = t0;
+    while (now < until) {
+        const bool ok = modbus_read_registers(client, 0, 2, regs) == 2 && regs[1] == 0x5678;
+        const uint64_t t1 = now_ns();
+        if (ok) {
+            lat.add(t1 - now);
+        } else {
+            ++errors;
+        }
+        now = t1;
+    }
+    const uint64_t cpu = process_cpu_ns() - cpu0;
+    stop = true;
+    modbus_close(client);  // ends the server's receive
+    t.join();
+    modbus_free(client);
+    close(listen_fd);
+    modbus_close(server);
+    modbus_free(server);
+    modbus_mapping_free(map);
+
+    const double secs = static_cast<double>(now - t0) / 1e9;
+    m["requests"] = static_cast<double>(lat.size());
+    m["errors"] = static_cast<double>(errors);
+    m["rate"] = static_cast<double>(lat.size()) / secs;
+    m["p50_us"] = lat.percentile_us(50);
+    m["p99_us"] = lat.percentile_us(99);
+    m["cpu_us_per_req"] =
+        lat.size() ? static_cast<double>(cpu) / 1e3 / static_cast<double>(lat.size()) : 0;
+    lat.write_cdf(ctx.out_dir + "/data/lat_modbus_" + std::to_string(ctx.round) + ".dat");
+    return errors > lat.size() / 100 ? 1 : 0;
+}
+
+}  // namespace bench

@@ -1,0 +1,35 @@
+// Results: the metric files that case processes leave for the driver, the checks against
+// the targets, the table on standard output and results.json.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "harness.h"
+
+namespace bench {
+
+bool write_metrics(const std::string &path, const Metrics &m);
+bool read_metrics(const std::string &path, Metrics *m);
+
+// One line of the table: a measured figure, and for a target its ratio and verdict.
+struct Row {
+    std::string section;
+    std::string what;
+    double value = 0;
+    std::string unit;
+    std::string target;  // empty: for information
+    bool pass = true;
+};
+
+struct Report {
+    std::map<std::string, std::string> settings;  // log level, serial device, ...
+    std::map<std::string, Metrics> cases;         // best run of each case
+    std::vector<Row> rows;
+};
+
+void print_table(const Report &r);
+bool write_json(const std::string &path, const Report &r);
+
+}  // namespace bench

@@ -1,0 +1,43 @@
+#!/bin/sh
+# install_test.sh <build dir> <consumer source dir> <cmake> <C compiler>
+# Installs the build into a temporary prefix, then builds and runs the consumer host once
+# with pkg-config and once as a CMake project that uses find_package(libtransfer).
+set -eu
+build=$1 src=$2 cmake=$3 cc=$4
+tmp=$(mktemp -d "${TMPDIR:-/tmp}/transfer-install.XXXXXX")
+trap 'rm -rf "$tmp"' EXIT
+prefix=$tmp/prefix
+
+"$cmake" --install "$build" --prefix "$prefix" >"$tmp/install.log" || {
+    cat "$tmp/install.log"
+    exit 1
+}
+for h in isp.h mio_json.h mio_sdfile.h sdk_log.h transfer_manage.h transfer_server.h uart.h; do
+    [ -f "$prefix/include/transfer/$h" ] || { echo "not installed: include/transfer/$h"; exit 1; }
+done
+pc=$(find "$prefix" -name libtransfer.pc)
+libdir=$(dirname "$(dirname "$pc")")
+so=$(readlink "$libdir/libtransfer.so")
+[ "$(readlink "$libdir/$so")" = libtransfer.so.1.0.0 ] || { echo "bad SONAME links: $so"; exit 1; }
+
+if command -v pkg-config >/dev/null 2>&1; then
+    export PKG_CONFIG_PATH="$libdir/pkgconfig"
+    # shellcheck disable=SC2046 # the flags are meant to split
+    "$cc" -std=c11 -Wall -Wextra -Werror -pedantic $(pkg-config --cflags libtransfer) \
+        -o "$tmp/host_pc" "$src/host.c" $(pkg-config --libs libtransfer)
+    LD_LIBRARY_PATH="$libdir" "$tmp/host_pc"
+else
+    echo "pkg-config not installed: only the CMake package is checked"
+fi
+
+# The CMake build records an RPATH into the prefix; libtransfer.so finds the rest itself.
+"$cmake" -S "$src" -B "$tmp/consumer" -DCMAKE_C_COMPILER="$cc" \
+    -DCMAKE_PREFIX_PATH="$prefix" >"$tmp/configure.log" || {
+    cat "$tmp/configure.log"
+    exit 1
+}
+"$cmake" --build "$tmp/consumer" >"$tmp/build.log" || {
+    cat "$tmp/build.log"
+    exit 1
+}
+"$tmp/consumer/host"
