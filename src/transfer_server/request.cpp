@@ -11,6 +11,7 @@
 #include "transfer_server.h"
 #include "transfer_server/engine_globals.h"
 #include "transfer_server/request_state.h"
+#include "transfer_server/trigger.h"
 
 namespace {
 
@@ -72,6 +73,7 @@ int32_t register_request(packet_data_t *p, const CardTarget *card) {
 
     int32_t n_ret = sdk_monitor_list_push(&g_st_monitor_manage_list, p);
     if (n_ret != sdk::kOk) return n_ret;
+    sdk::trigger_kick();  // an idle engine's periods resume
 
     send_lable_manage_t *p_list = card != nullptr ? card->p_port->p_list[card->n_rvcard_id]
                                                   : &g_st_transfer.st_info[ch].p_list;

@@ -1,6 +1,10 @@
 // The trigger thread: wakes the monitor and the sender regularly, so that time-outs,
 // write-waits and polling repetitions are seen when nothing else happens.
+#include "transfer_server/trigger.h"
+
+#include <pthread.h>
 #include <semaphore.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "common/lock.h"
@@ -10,25 +14,67 @@
 namespace {
 
 constexpr useconds_t kPeriodUs = 1500;
+// Upper bound of an idle sleep: a lost kick could only delay the first period this long.
+constexpr long kIdleMaxNs = 100L * 1000 * 1000;
 
 // Every request lives in a monitor list from its acceptance to its end. With none, a walk
-// of the monitor or of the sender has nothing to do: an idle engine skips the wake-ups
-// (a new request wakes the sender itself, and is seen by the next period).
+// of the monitor or of the sender has nothing to do, so an idle engine skips the periods
+// and the trigger sleeps until a request is accepted: an idle controller pays no wake-ups
+// (a new request wakes the sender itself; its time-outs need the periods, which resume
+// with the kick).
 bool requests_in_flight() {
     sdk::MutexLock lock(&g_st_monitor_manage_list.st_count_lock);
     return g_st_monitor_manage_list.n_list_node_num != 0;
 }
 
+pthread_mutex_t g_idle_lock = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t g_idle_cond = PTHREAD_COND_INITIALIZER;
+bool g_b_idle = false;  // under g_idle_lock
+
+// The kicker counts its request in before it takes g_idle_lock, and the trigger looks at
+// the count after it has raised g_b_idle under the same lock, so a request is either seen
+// here or its kick finds the trigger asleep.
+void sleep_while_idle() {
+    sdk::MutexLock lock(&g_idle_lock);
+    g_b_idle = true;
+    if (!requests_in_flight()) {
+        timespec until{};
+        clock_gettime(CLOCK_REALTIME, &until);
+        until.tv_nsec += kIdleMaxNs;
+        if (until.tv_nsec >= 1000000000L) {
+            until.tv_sec += 1;
+            until.tv_nsec -= 1000000000L;
+        }
+        while (g_b_idle && !requests_in_flight()) {
+            if (pthread_cond_timedwait(&g_idle_cond, &g_idle_lock, &until) != 0) break;
+        }
+    }
+    g_b_idle = false;
+}
+
 }  // namespace
+
+namespace sdk {
+
+void trigger_kick() {
+    MutexLock lock(&g_idle_lock);
+    if (!g_b_idle) return;
+    g_b_idle = false;
+    pthread_cond_signal(&g_idle_cond);
+}
+
+}  // namespace sdk
 
 extern "C" {
 
 SDK_API void *sdk_transfer_trigger_thread(void * /*arg*/) {
     for (;;) {
-        if (requests_in_flight()) {
-            sem_post(&g_st_monitor_manage_list.sem);
-            sem_post(&g_st_send_manage_list.sem);
+        if (!requests_in_flight()) {
+            sleep_while_idle();
+            continue;
         }
+        sem_post(&g_st_monitor_manage_list.sem);
+        sem_post(&g_st_send_manage_list.sem);
         usleep(kPeriodUs);
     }
     return nullptr;

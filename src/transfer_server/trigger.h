@@ -1,0 +1,10 @@
+// The trigger thread's wake-up for an engine that was idle.
+#pragma once
+
+namespace sdk {
+
+// Called once a request is in a monitor list: wakes the trigger thread if it sleeps
+// because nothing was in flight.
+void trigger_kick();
+
+}  // namespace sdk
