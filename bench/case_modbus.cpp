@@ -54,26 +54,12 @@ int case_modbus(const CaseContext &ctx, Metrics &m) {
         return 1;
     }
     uint16_t regs[2];
-    for (int i = 0; i < kWarmup; ++i)
-        modbus_read_registers(client, 0, 2, regs);
-    Latencies lat;
-    lat.reserve(400000);
-    uint64_t errors = 0;
-    const uint64_t cpu0 = process_cpu_ns();
-    const uint64_t t0 = now_ns();
-    const uint64_t until = t0 + static_cast<uint64_t>(ctx.seconds * 1e9);
-    uint64_t now = t0;
-    while (now < until) {
-        const bool ok = modbus_read_registers(client, 0, 2, regs) == 2 && regs[1] == 0x5678;
-        const uint64_t t1 = now_ns();
-        if (ok) {
-            lat.add(t1 - now);
-        } else {
-            ++errors;
-        }
-        now = t1;
-    }
-    const uint64_t cpu = process_cpu_ns() - cpu0;
+    LoopResult r = timed_loop(ctx.seconds, kWarmup, 400000, [&] {
+        return modbus_read_registers(client, 0, 2, regs) == 2 && regs[1] == 0x5678;
+    });
+    Latencies &lat = r.lat;
+    const uint64_t errors = r.errors;
+    const uint64_t cpu = r.cpu_ns;
     stop = true;
     modbus_close(client);  // ends the server's receive
     t.join();
@@ -83,7 +69,7 @@ int case_modbus(const CaseContext &ctx, Metrics &m) {
     modbus_free(server);
     modbus_mapping_free(map);
 
-    const double secs = static_cast<double>(now - t0) / 1e9;
+    const double secs = static_cast<double>(r.wall_ns) / 1e9;
     m["requests"] = static_cast<double>(lat.size());
     m["errors"] = static_cast<double>(errors);
     m["rate"] = static_cast<double>(lat.size()) / secs;

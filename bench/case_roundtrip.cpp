@@ -44,28 +44,10 @@ int case_engine_seq(const CaseContext &ctx, Metrics &m) {
         if (sdk_request(nullptr, 0, &op) != 0) return false;
         return sdk_request_wait(rbuf, &op) > 0;
     };
-    for (int i = 0; i < kWarmup; ++i)
-        one();
-    Latencies lat;
-    lat.reserve(200000);
-    uint64_t errors = 0;
-    const uint64_t cpu0 = process_cpu_ns();
-    const uint64_t t0 = now_ns();
-    const uint64_t until = t0 + static_cast<uint64_t>(ctx.seconds * 1e9);
-    uint64_t t = t0;
-    while (t < until) {
-        const bool ok = one();
-        const uint64_t t1 = now_ns();
-        if (ok) {
-            lat.add(t1 - t);
-        } else {
-            ++errors;
-        }
-        t = t1;
-    }
-    fill(m, lat, lat.size(), errors, t - t0, process_cpu_ns() - cpu0);
-    lat.write_cdf(cdf_path(ctx, "engine"));
-    return errors > lat.size() / 100 ? 1 : 0;
+    LoopResult r = timed_loop(ctx.seconds, kWarmup, 200000, one);
+    fill(m, r.lat, r.lat.size(), r.errors, r.wall_ns, r.cpu_ns);
+    r.lat.write_cdf(cdf_path(ctx, "engine"));
+    return r.errors > r.lat.size() / 100 ? 1 : 0;
 }
 
 int case_pingpong(const CaseContext &ctx, Metrics &m) {
@@ -88,29 +70,11 @@ int case_pingpong(const CaseContext &ctx, Metrics &m) {
         const ssize_t n = recv(fd, rbuf, sizeof(rbuf), 0);
         return n >= 34 && rbuf[6] == f[6] && rbuf[7] == f[7];
     };
-    for (int i = 0; i < kWarmup; ++i)
-        one();
-    Latencies lat;
-    lat.reserve(400000);
-    uint64_t errors = 0;
-    const uint64_t cpu0 = process_cpu_ns();
-    const uint64_t t0 = now_ns();
-    const uint64_t until = t0 + static_cast<uint64_t>(ctx.seconds * 1e9);
-    uint64_t t = t0;
-    while (t < until) {
-        const bool ok = one();
-        const uint64_t t1 = now_ns();
-        if (ok) {
-            lat.add(t1 - t);
-        } else {
-            ++errors;
-        }
-        t = t1;
-    }
-    fill(m, lat, lat.size(), errors, t - t0, process_cpu_ns() - cpu0);
-    lat.write_cdf(cdf_path(ctx, "pingpong"));
+    LoopResult r = timed_loop(ctx.seconds, kWarmup, 400000, one);
+    fill(m, r.lat, r.lat.size(), r.errors, r.wall_ns, r.cpu_ns);
+    r.lat.write_cdf(cdf_path(ctx, "pingpong"));
     close(fd);
-    return errors > lat.size() / 100 ? 1 : 0;
+    return r.errors > r.lat.size() / 100 ? 1 : 0;
 }
 
 }  // namespace bench

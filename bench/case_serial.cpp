@@ -78,29 +78,13 @@ int case_serial(const CaseContext &ctx, Metrics &m) {
         if (sdk_request(nullptr, 0, &op) != 0) return false;
         return sdk_request_wait(rbuf, &op) == static_cast<int32_t>(kReadLen);
     };
-    for (int i = 0; i < 20; ++i)
-        one();
-    Latencies lat;
-    uint64_t errors = 0;
-    const uint64_t t0 = now_ns();
-    const uint64_t until = t0 + static_cast<uint64_t>(ctx.seconds * 1e9);
-    uint64_t t = t0;
-    while (t < until) {
-        const bool ok = one();
-        const uint64_t t1 = now_ns();
-        if (ok) {
-            lat.add(t1 - t);
-        } else {
-            ++errors;
-        }
-        t = t1;
-    }
-    m["pty_rate"] = static_cast<double>(lat.size()) / (static_cast<double>(t - t0) / 1e9);
-    m["pty_p50_us"] = lat.percentile_us(50);
-    m["pty_p99_us"] = lat.percentile_us(99);
-    m["pty_errors"] = static_cast<double>(errors);
+    LoopResult r = timed_loop(ctx.seconds, 20, 100000, one);
+    m["pty_rate"] = static_cast<double>(r.lat.size()) / (static_cast<double>(r.wall_ns) / 1e9);
+    m["pty_p50_us"] = r.lat.percentile_us(50);
+    m["pty_p99_us"] = r.lat.percentile_us(99);
+    m["pty_errors"] = static_cast<double>(r.errors);
     m["device_is_simulator"] = ctx.serial_device == "thread" ? 0 : 1;
-    return errors > lat.size() / 100 ? 1 : 0;
+    return r.errors > r.lat.size() / 100 ? 1 : 0;
 }
 
 }  // namespace bench

@@ -137,4 +137,29 @@ bool start_engine(const CaseContext &ctx, const std::string &config, int n_sub_s
     return true;
 }
 
+LoopResult timed_loop(double seconds, int warmup, size_t reserve,
+                      const std::function<bool()> &one) {
+    for (int i = 0; i < warmup; ++i)
+        one();
+    LoopResult r;
+    r.lat.reserve(reserve);
+    const uint64_t cpu0 = process_cpu_ns();
+    const uint64_t t0 = now_ns();
+    const uint64_t until = t0 + static_cast<uint64_t>(seconds * 1e9);
+    uint64_t t = t0;
+    while (t < until) {
+        const bool ok = one();
+        const uint64_t t1 = now_ns();
+        if (ok) {
+            r.lat.add(t1 - t);
+        } else {
+            ++r.errors;
+        }
+        t = t1;
+    }
+    r.wall_ns = t - t0;
+    r.cpu_ns = process_cpu_ns() - cpu0;
+    return r;
+}
+
 }  // namespace bench

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -39,6 +40,16 @@ class Latencies {
     std::vector<uint64_t> samples_;
     bool sorted_ = false;
 };
+
+// A closed loop of one operation after another: `warmup` untimed runs, then runs until
+// `seconds` have passed, each successful one adding its latency.
+struct LoopResult {
+    Latencies lat;
+    uint64_t errors = 0;
+    uint64_t wall_ns = 0;
+    uint64_t cpu_ns = 0;  // CPU time of the whole process over the timed runs
+};
+LoopResult timed_loop(double seconds, int warmup, size_t reserve, const std::function<bool()> &one);
 
 // What a case gets: where to write, which configuration to load, how long to run.
 struct CaseContext {
