@@ -6,18 +6,7 @@
 # --log-level info, --seconds 3, --only engine_seq,pingpong).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh
-bench_packages=(libmodbus-dev gnuplot-nox)
-missing=()
-for p in "${bench_packages[@]}"; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-    echo "installing: ${missing[*]}"
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+scripts/install-deps.sh libmodbus-dev gnuplot-nox
 
 out=build/bench
 cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRANSFER_BUILD_TESTS=OFF \

@@ -10,17 +10,7 @@ cd "$(dirname "$0")/.."
 secs=${1:-60}
 [[ "$secs" =~ ^[0-9]+$ ]] || { echo "usage: $0 [SECONDS]" >&2; exit 2; }
 
-scripts/install-deps.sh
-missing=()
-for p in clang libclang-rt-dev; do
-    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-    echo "installing: ${missing[*]}"
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
-    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+scripts/install-deps.sh clang libclang-rt-dev
 
 dir=build/fuzz
 targets=(uart_cut net_datagram config_load frame_data cmd_parse)

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing need, when they are missing.
+#   scripts/install-deps.sh [PACKAGE...]    also these (for the benchmarks, the fuzzers)
 set -euo pipefail
 packages=(cmake g++ make pkg-config libcjson-dev libgtest-dev libgmock-dev iproute2 util-linux
-          stm32flash)
+          stm32flash "$@")
 missing=()
 for p in "${packages[@]}"; do
     dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -72,11 +72,9 @@ Workload::Workload(const std::vector<Target> &targets, const WorkloadOptions &op
       in_flight_(static_cast<size_t>(options.threads)) {}
 
 void Workload::record(int target, const Outcomes &o, const std::string &failure) {
-    while (lock_.test_and_set(std::memory_order_acquire)) {
-    }
+    std::lock_guard<std::mutex> guard(lock_);
     per_target_[static_cast<size_t>(target)].add(o);
     if (!failure.empty() && failures_.size() < 20) failures_.push_back(failure);
-    lock_.clear(std::memory_order_release);
 }
 
 Outcomes Workload::totals() const {

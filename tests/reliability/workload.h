@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -69,7 +70,7 @@ class Workload {
     std::vector<Outcomes> per_target_;
     std::vector<InFlight> in_flight_;
     std::vector<std::string> failures_;
-    mutable std::atomic_flag lock_ = ATOMIC_FLAG_INIT;
+    std::mutex lock_;  // per_target_ and failures_
 };
 
 int64_t now_ms();
