@@ -321,7 +321,8 @@ SDK_API int32_t sdk_report_recv_manage(fd_set n_fd_event);
 
 /* Serial receive thread body: select over the opened UART channels (1-second time-out),
  * reads and cuts frames, keeping an incomplete tail for up to 1000 reads per wake-up.
- * Idle while the host sets b_uart_used_flg. Never returns. */
+ * Idle while the host sets b_uart_used_flg (see sdk_uart_hold). A line that fails to
+ * read rests 100 ms while the others are served. Never returns. */
 SDK_API void *sdk_transfer_uart_recv_thread(void *arg);
 /* Cuts the frames at the start of n_len stream bytes of channel n_transfer_id: reports
  * (bit 4 of the parameter byte) go to the report queue with the channel's slot, replies
@@ -331,6 +332,15 @@ SDK_API void *sdk_transfer_uart_recv_thread(void *arg);
 SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_transfer_id);
 /* The serial descriptor published for MCU programming (n_mcu_isp_uart_fd). */
 SDK_API int32_t sdk_get_uart_fd(void);
+/* Takes the serial lines from the serial receive thread before the host talks on one
+ * itself (MCU programming): sets b_uart_used_flg and waits until the thread has let go of
+ * every line; it reads none until the flag is cleared (sdk_uart_release). 0 once the
+ * lines are the host's (at once when the thread is not running); -4001 when the thread
+ * did not let go within n_wait_ms (the flag stays set). Setting the flag alone is not
+ * enough: a read already under way could still take the first bytes of the answer. */
+SDK_API int32_t sdk_uart_hold(uint32_t n_wait_ms);
+/* Gives the serial lines back to the serial receive thread (clears b_uart_used_flg). */
+SDK_API void sdk_uart_release(void);
 
 /* ---- channel set-up and endpoints ---- */
 

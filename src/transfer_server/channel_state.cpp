@@ -16,11 +16,6 @@ rvcard_eth_queue_manage_t *port_of(const queue_general_data_t *g) {
     return g_st_transfer.st_info[g->n_channel_id].p_rvcard_manage.p_eth_list[g->n_eth_id];
 }
 
-// Only acknowledged or polled requests hold the port.
-bool holds_port(const packet_general_data_t *p) {
-    return !(p->n_no_ack != 0 && p->n_polling_state != 1);
-}
-
 }  // namespace
 
 extern "C" {
@@ -54,7 +49,7 @@ SDK_API int32_t sdk_transfer_channel_state_update(queue_general_data_t *p_genera
     const uint32_t n_card = p_general->n_recvcard_id;
     if (n_step > 0)
         __atomic_store_n(&p_port->n_eth_rvcard_id, static_cast<int32_t>(n_card), __ATOMIC_RELEASE);
-    if (holds_port(p_packet)) sdk::counter_add(&p_port->n_recv_state, n_step);
+    if (sdk::holds_port(p_packet)) sdk::counter_add(&p_port->n_recv_state, n_step);
     sdk::counter_add(&p_general->n_recv_state, n_step);
     if (n_step < 0) {
         TLOGI("ethid %d rvcard %d", p_general->n_eth_id, n_card);

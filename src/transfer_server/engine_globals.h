@@ -13,3 +13,12 @@ extern send_queue_list_t g_st_sender_queue;
 extern monitor_list_manage_t g_st_monitor_manage_list;
 // Send queues with frames waiting (consumer: the sender thread).
 extern send_list_manage_t g_st_send_manage_list;
+
+namespace sdk {
+
+// Frees what start-up built and closes what it opened (channel table, endpoints,
+// containers), leaving the engine's globals as they were at load. Only while no worker
+// thread runs and no request exists.
+void engine_teardown();
+
+}  // namespace sdk

@@ -2,11 +2,10 @@
 // retransmits them and polls receiving cards.
 #include <pthread.h>
 #include <semaphore.h>
-#include <sys/time.h>
-
 #include <cstring>
 
 #include "common/bytes.h"
+#include "common/clock.h"
 #include "common/lock.h"
 #include "common/log.h"
 #include "common/result.h"
@@ -21,20 +20,6 @@ constexpr uint8_t kPollingParam = 0x42;  // acknowledgement asked, read, receivi
 constexpr uint16_t kPollingDataLen = 2;
 
 enum class Why { kDone, kPollTimeout, kTimeout };
-
-uint32_t elapsed_ms(const struct timeval &since) {
-    struct timeval now = {};
-    gettimeofday(&now, nullptr);
-    return 1000u * static_cast<uint32_t>(now.tv_sec - since.tv_sec) +
-           static_cast<uint32_t>(now.tv_usec / 1000) - static_cast<uint32_t>(since.tv_usec / 1000);
-}
-
-uint32_t elapsed_us(const struct timeval &since) {
-    struct timeval now = {};
-    gettimeofday(&now, nullptr);
-    return 1000000u * static_cast<uint32_t>(now.tv_sec - since.tv_sec) +
-           static_cast<uint32_t>(now.tv_usec) - static_cast<uint32_t>(since.tv_usec);
-}
 
 void build_polling(rvcard_polling_packet_t *f, const packet_general_data_t &g, uint16_t n_lable) {
     memset(f, 0, sizeof(*f));
@@ -60,7 +45,7 @@ void send_polling_frame(packet_general_data_t *g, uint16_t n_lable) {
     rvcard_polling_packet_t st_frame;
     build_polling(&st_frame, *g, n_lable);
     sdk_physical_send(reinterpret_cast<uint8_t *>(&st_frame), sizeof(st_frame), g->n_channel_id);
-    gettimeofday(&g->st_polling_time, nullptr);
+    g->st_polling_time = sdk::clock_now();
 }
 
 // The ending sequence. Returns false, changing nothing, when the request must wait: a
@@ -81,7 +66,7 @@ bool end_request(packet_data_t *p, uint32_t n_list, packet_list_t *p_node, packe
         if (p_list != nullptr && sdk_lable_list_remove(p_list, p) == sdk::kErrNoLabel) return false;
     }
     sdk::state_store(g, e_final);
-    if (why == Why::kDone && g->n_no_ack == EN_REQUEST_NO_ACK) p->st_recv_data.n_len = 0;
+    if (why == Why::kDone && !sdk::expects_reply(g)) p->st_recv_data.n_len = 0;
     if (why == Why::kPollTimeout) TLOGE("packet time out %d ", g->n_timeout);
     if (why == Why::kTimeout) {
         TLOGE("time out lable: %02x %02x p_packet->p_packet.e_state [%d] ", g->n_send_lable & 0xFFu,
@@ -133,14 +118,28 @@ void handle(uint32_t n_list, packet_list_t *p_node) {
         return;
     }
     const packet_state s = sdk::state_load(g);
-    if (g->n_no_ack == EN_REQUEST_NO_ACK && g->n_polling_state == 0) {
+    if (!sdk::expects_reply(g) && !sdk::polled(g)) {
+        // Settled: a write that timed out while still queued never left the host, so its
+        // write-wait proves nothing. Like a sent request that got no reply, it goes out
+        // with a retransmission if one is left, and otherwise ends timed out.
+        if (sdk::mark_test(g, sdk::kMarkUnsent)) {
+            if (g->n_reply_num < g->n_reply_times) {
+                sdk_reply_send(p);
+                g->n_reply_num++;
+                g->st_send_time = sdk::clock_now();
+                sdk::mark_clear(g, sdk::kMarkUnsent);
+            } else {
+                end_request(p, n_list, p_node, PACKET_WAIT_TIMEOUT, Why::kTimeout);
+            }
+            return;
+        }
         // Settled: a reply that came anyway (PACKET_RECV_DONE) ends it too, after the wait.
-        if (elapsed_us(g->st_send_time) < g->n_write_wait_time) return;
+        if (sdk::elapsed_us(g->st_send_time) < g->n_write_wait_time) return;
         if (s != PACKET_SEND_END && s != PACKET_RECV_DONE) return;
         end_request(p, n_list, p_node, PACKET_END, Why::kDone);
         return;
     }
-    const bool b_polled = g->n_no_ack == EN_REQUEST_NO_ACK;
+    const bool b_polled = !sdk::expects_reply(g);
     if (s == PACKET_RECV_DONE) {
         end_request(p, n_list, p_node, PACKET_END, Why::kDone);
         return;
@@ -190,7 +189,7 @@ SDK_API int32_t sdk_reply_send(packet_data_t *p_packet) {
     TLOGI("timeout reply send");
     sdk_physical_send(p_packet->st_send_data.arr_buf, p_packet->st_send_data.n_len,
                       g->n_channel_id);
-    gettimeofday(&g->st_start_time, nullptr);
+    g->st_start_time = sdk::clock_now();
     return 0;
 }
 
@@ -214,7 +213,7 @@ SDK_API int32_t sdk_send_polling(packet_data_t *p_packet) {
     // Settled: a polled request on a queue other than a receiving card's has no polling
     // target, so no repetitions are sent either; its time-out ends it.
     if (s != PACKET_POLLING_SEND || q->e_packet_code_type != PACKET_RECV) return 0;
-    if (elapsed_ms(g->st_polling_time) < g->n_polling_time) return 0;
+    if (sdk::elapsed_ms(g->st_polling_time) < g->n_polling_time) return 0;
     if (sdk::state_load(g) != PACKET_RECV_DONE) {
         TLOGI("!!!!!!!!!!polling repet send lable  :%x", g->n_send_lable);
         send_polling_frame(g, static_cast<uint16_t>(g->n_send_lable));

@@ -1,10 +1,10 @@
 // The request API: accepts a request, registers it with the engine and waits for its end.
 #include <pthread.h>
-#include <sys/time.h>
 
 #include <cstdlib>
 #include <cstring>
 
+#include "common/clock.h"
 #include "common/lock.h"
 #include "common/log.h"
 #include "common/result.h"
@@ -114,7 +114,7 @@ int32_t register_request(packet_data_t *p, const CardTarget *card) {
 
 void fill_general(packet_general_data_t *g, const transfer_op_t &op, uint16_t n_lable,
                   uint32_t n_channel, const CardTarget *card) {
-    gettimeofday(&g->st_start_time, nullptr);
+    g->st_start_time = sdk::clock_now();
     g->n_timeout = op.n_timeout;
     g->n_reply_times = op.n_reply_times;
     g->n_no_ack = op.n_no_ack;

@@ -27,6 +27,22 @@ inline bool state_final(packet_state s) {
     return s == PACKET_WAIT_TIMEOUT || s == PACKET_END;
 }
 
+// The acknowledgement and polling settings are flags, read the same way everywhere (frame,
+// flow rule, monitor): any n_no_ack but 0 means no reply is expected, any n_polling_state
+// but 0 means polling. Settled: reading them as "is 1" in one place and "not 0" in another
+// let a request with 2 in either field release its port while it was still being answered.
+inline bool expects_reply(const packet_general_data_t *p) {
+    return p->n_no_ack == EN_REQUEST_ACK;
+}
+inline bool polled(const packet_general_data_t *p) {
+    return p->n_polling_state != 0;
+}
+// Only requests whose answer comes back through the port (a reply or a polling answer)
+// hold their Ethernet port.
+inline bool holds_port(const packet_general_data_t *p) {
+    return expects_reply(p) || polled(p);
+}
+
 // n_enable false means "withdrawn by sdk_request": its registration failed half-way and the
 // monitor is asked to drop its node (only the monitor may pull it).
 inline bool request_enabled(const packet_general_data_t *p) {
@@ -38,6 +54,7 @@ constexpr uint32_t kMarkTaken = 1u;      // the sender is done with the record: 
 constexpr uint32_t kMarkRelist = 2u;     // the send-list push failed: the monitor re-lists
 constexpr uint32_t kMarkReplySeen = 4u;  // the receive path is done with a withdrawn record
 constexpr uint32_t kMarkReplied = 8u;    // a reply is being stored (set before the state)
+constexpr uint32_t kMarkUnsent = 16u;    // taken off its queue unsent (timed out while queued)
 // Returns the marks as they were before.
 inline uint32_t mark_set(packet_general_data_t *p, uint32_t m) {
     return __atomic_fetch_or(&p->n_write_state, m, __ATOMIC_ACQ_REL);

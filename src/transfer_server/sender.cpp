@@ -2,8 +2,7 @@
 // rule allows it.
 #include <pthread.h>
 #include <semaphore.h>
-#include <sys/time.h>
-
+#include "common/clock.h"
 #include "common/lock.h"
 #include "common/log.h"
 #include "common/result.h"
@@ -24,6 +23,7 @@ void hand_on_unsent(uint32_t n_list, queue_list_data_t *p_node, send_queue_t *q,
     sdk_transfer_channel_state_update(&q->st_general, g, kOccupy);
     sdk_send_queue_pull(q);
     sdk_send_list_pull(&g_st_send_manage_list, n_list, p_node);  // q may be gone after this
+    sdk::mark_set(g, sdk::kMarkUnsent);
     {
         sdk::MutexLock lock(&g->st_lock);
         sdk::state_move(g, PACKET_WAIT_SEND, PACKET_SEND_END);
@@ -57,12 +57,12 @@ void serve(uint32_t n_list, queue_list_data_t *p_node) {
         sdk_transfer_channel_state_update(&q->st_general, g, kOccupy);
         sdk_physical_send(st_head.p_send_data->arr_buf, st_head.p_send_data->n_len,
                           static_cast<uint32_t>(n_channel));
-        gettimeofday(&g->st_send_time, nullptr);
+        g->st_send_time = sdk::clock_now();
         sdk_send_queue_pull(q);
         sdk_send_list_pull(&g_st_send_manage_list, n_list, p_node);
         sdk::state_move(g, PACKET_WAIT_SEND, PACKET_SEND_END);
     }
-    const bool b_no_ack = g->n_no_ack == EN_REQUEST_NO_ACK;
+    const bool b_no_ack = !sdk::expects_reply(g);
     // Last touch: the monitor may end it from here on. A walk that ran before the mark
     // skipped the request; when its reply was stored meanwhile, nothing else would wake
     // the monitor before the trigger does, so wake it here as after a frame that expects

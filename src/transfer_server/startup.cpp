@@ -2,10 +2,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "common/lock.h"
 #include "common/log.h"
 #include "common/result.h"
 #include "mio_json.h"
 #include "transfer_server.h"
+#include "transfer_server/engine_globals.h"
 
 namespace {
 
@@ -23,11 +25,16 @@ constexpr WorkerThread kWorkers[] = {
     {sdk_transfer_timeout_monitor_thread, "monitor_thread"},
 };
 
-// Settled: start-up runs at most once per process. The claim is taken before the file is
-// read and given back only when the file cannot be read, the one failure that has
-// changed nothing yet; every later failure leaves a half-built engine that a second run
-// would build over (table, sockets, threads), so further calls are refused.
-bool g_b_init_claimed = false;
+// How far start-up got. Settled: a failed attempt never leaves a half-built engine
+// behind. A failure while reading the file or building the engine (eth0 not up yet, a
+// serial port missing, a bad member) takes apart whatever was built, so a later call
+// starts afresh; a failure while starting the worker threads (which cannot be stopped)
+// keeps the engine, and a later call starts the threads that are still missing. Once all
+// six run, further calls are refused.
+enum class Stage { kIdle, kBuilt, kRunning };
+pthread_mutex_t g_init_lock = PTHREAD_MUTEX_INITIALIZER;  // serialises start-up calls
+Stage g_stage = Stage::kIdle;                             // under g_init_lock
+size_t g_n_started = 0;                                   // workers started, under g_init_lock
 
 int32_t build_engine(char *slot, uint32_t slotnum, mio_json *root) {
     int32_t n_ret = sdk_device_transfer_mem_init(root);
@@ -47,7 +54,8 @@ int32_t build_engine(char *slot, uint32_t slotnum, mio_json *root) {
 }
 
 int32_t start_workers() {
-    for (const WorkerThread &w : kWorkers) {
+    for (; g_n_started < sizeof(kWorkers) / sizeof(kWorkers[0]); ++g_n_started) {
+        const WorkerThread &w = kWorkers[g_n_started];
         pthread_t t;
         const int n_err = pthread_create(&t, nullptr, w.body, nullptr);
         if (n_err != 0) {
@@ -73,24 +81,34 @@ SDK_API int32_t sdk_transfer_init(char *slot, uint32_t slotnum, char *transfer_p
     TLOGI("start");
     TLOGD("transferpath %s ", transfer_path != nullptr ? transfer_path : "(null)");
     TLOGD("feater pid is  %d ", static_cast<int>(getppid()));
-    if (__atomic_exchange_n(&g_b_init_claimed, true, __ATOMIC_ACQ_REL)) {
-        TLOGE("transfer already initialised, call refused");
-        TLOGE("error code %d", sdk::kErrRefused);
-        return sdk::kErrRefused;
-    }
+    sdk::MutexLock init_lock(&g_init_lock);
     int32_t n_ret = sdk::kOk;
-    mio_json *root = transfer_path != nullptr ? mio_json_fromfile(transfer_path) : nullptr;
-    if (root == nullptr) {
-        n_ret = sdk::kErrConfig;
+    if (g_stage == Stage::kRunning) {
+        TLOGE("transfer already initialised, call refused");
+        n_ret = sdk::kErrRefused;
         TLOGE("error code %d", n_ret);
-        __atomic_store_n(&g_b_init_claimed, false, __ATOMIC_RELEASE);
+    } else if (g_stage == Stage::kBuilt) {
+        TLOGI("engine built by an earlier call, starting the missing threads");
+        n_ret = start_workers();
     } else {
-        n_ret = build_engine(slot, slotnum, root);
-        // Settled: the tree is released as soon as set-up is over; the channel table
-        // keeps copies of everything it needs.
-        mio_json_delete(root);
-        if (n_ret == sdk::kOk) n_ret = start_workers();
+        mio_json *root = transfer_path != nullptr ? mio_json_fromfile(transfer_path) : nullptr;
+        if (root == nullptr) {
+            n_ret = sdk::kErrConfig;
+            TLOGE("error code %d", n_ret);
+        } else {
+            n_ret = build_engine(slot, slotnum, root);
+            // Settled: the tree is released as soon as set-up is over; the channel table
+            // keeps copies of everything it needs.
+            mio_json_delete(root);
+            if (n_ret == sdk::kOk) {
+                g_stage = Stage::kBuilt;
+                n_ret = start_workers();
+            } else {
+                sdk::engine_teardown();
+            }
+        }
     }
+    if (n_ret == sdk::kOk) g_stage = Stage::kRunning;
     TLOGI("end ret %d", n_ret);
     return n_ret;
 }

@@ -4,7 +4,6 @@
 
 #include <pthread.h>
 #include <semaphore.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "common/lock.h"
@@ -14,8 +13,6 @@
 namespace {
 
 constexpr useconds_t kPeriodUs = 1500;
-// Upper bound of an idle sleep: a lost kick could only delay the first period this long.
-constexpr long kIdleMaxNs = 100L * 1000 * 1000;
 
 // Every request lives in a monitor list from its acceptance to its end. With none, a walk
 // of the monitor or of the sender has nothing to do, so an idle engine skips the periods
@@ -33,22 +30,13 @@ bool g_b_idle = false;  // under g_idle_lock
 
 // The kicker counts its request in before it takes g_idle_lock, and the trigger looks at
 // the count after it has raised g_b_idle under the same lock, so a request is either seen
-// here or its kick finds the trigger asleep.
+// here or its kick finds the trigger asleep: no kick is lost, and the sleep needs no time
+// limit (an idle engine costs no wake-ups at all).
 void sleep_while_idle() {
     sdk::MutexLock lock(&g_idle_lock);
     g_b_idle = true;
-    if (!requests_in_flight()) {
-        timespec until{};
-        clock_gettime(CLOCK_REALTIME, &until);
-        until.tv_nsec += kIdleMaxNs;
-        if (until.tv_nsec >= 1000000000L) {
-            until.tv_sec += 1;
-            until.tv_nsec -= 1000000000L;
-        }
-        while (g_b_idle && !requests_in_flight()) {
-            if (pthread_cond_timedwait(&g_idle_cond, &g_idle_lock, &until) != 0) break;
-        }
-    }
+    while (g_b_idle && !requests_in_flight())
+        pthread_cond_wait(&g_idle_cond, &g_idle_lock);
     g_b_idle = false;
 }
 

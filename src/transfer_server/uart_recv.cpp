@@ -1,13 +1,19 @@
 // The serial receive thread: reads the serial channels and hands the stream to the frame
-// cutter, keeping an incomplete frame's bytes for the next read.
+// cutter, keeping an incomplete frame's bytes for the next read. It hands the lines over
+// to the host on request (b_uart_used_flg, sdk_uart_hold).
+#include <fcntl.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/select.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <vector>
 
+#include "common/clock.h"
+#include "common/lock.h"
 #include "common/log.h"
+#include "common/result.h"
 #include "transfer_server.h"
 #include "transfer_server/channel_fds.h"
 #include "transfer_server/engine_globals.h"
@@ -20,26 +26,71 @@ constexpr uint32_t kReadWaitMs = 1000;
 constexpr uint32_t kMaxTries = 1000;
 constexpr useconds_t kPauseUs = 1000;
 // A port that fails to read, or reads nothing right after select found it readable (a
-// hung-up line), stays readable for select: the cycle after such a turn waits this long,
-// so a dead port cannot keep the thread spinning.
-constexpr useconds_t kReadErrorPauseUs = 100000;
+// hung-up line), stays readable for select. Settled: such a line rests this long, left
+// out of the descriptor set, while the other lines are served as usual; a dead port can
+// neither keep the thread spinning nor delay its neighbours.
+constexpr uint32_t kDeadLineRestMs = 100;
 
-// Settled: channels whose port failed to open (negative descriptor) or whose descriptor
-// select cannot hold stay out of the set.
-// Settled: the host's flag is read with a fresh atomic load at each test, and the wait
-// sleeps between tests instead of spinning on a core.
-void wait_port_free() {
-    while (__atomic_load_n(&b_uart_used_flg, __ATOMIC_ACQUIRE))
+bool port_used() {
+    return __atomic_load_n(&b_uart_used_flg, __ATOMIC_ACQUIRE);
+}
+
+// The hand-over of the lines to the host. The thread touches a line (select aside) only
+// after it has seen the flag clear; it parks, and says so, when it sees the flag set.
+// Settled: sdk_uart_hold returns only once the thread is parked, so a host never talks
+// on a line that a read already under way could take bytes from.
+struct HandOver {
+    HandOver() {
+        // The hand-over's time-outs run on the monotonic clock like every other wait.
+        pthread_condattr_t attr;
+        pthread_condattr_init(&attr);
+        pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
+        pthread_cond_init(&cond, &attr);
+        pthread_condattr_destroy(&attr);
+    }
+    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t cond{};
+    bool b_running = false;  // the thread exists; under lock
+    bool b_parked = false;   // the thread has let go of every line; under lock
+    int wake[2] = {-1, -1};  // wakes the thread's select when the host asks for the lines
+};
+HandOver g_hand;
+
+// Waits, parked, while the host holds the lines. The flag is read afresh at each test,
+// with a pause between tests; leaving the park re-tests it under the lock, so a hold
+// that comes meanwhile finds the thread still parked or waits for it to park again.
+void park_while_port_used() {
+    if (!port_used()) return;
+    {
+        sdk::MutexLock lock(&g_hand.lock);
+        g_hand.b_parked = true;
+        pthread_cond_broadcast(&g_hand.cond);
+    }
+    for (;;) {
         usleep(kPauseUs);
+        if (port_used()) continue;
+        sdk::MutexLock lock(&g_hand.lock);
+        if (port_used()) continue;
+        g_hand.b_parked = false;
+        return;
+    }
+}
+
+void drain_wake() {
+    char sink[64];
+    while (read(g_hand.wake[0], sink, sizeof sink) > 0) {
+    }
 }
 
 // One channel's turn: reads until the stream is used up or the tries run out; bytes
 // still held then are given up. False when the line looks dead: a read error, or no byte
-// at all from the read that select announced.
+// at all from the read that select announced. The turn ends at once when the host asks
+// for the lines.
 bool serve_channel(int32_t n_channel, uint8_t *p_buf) {
     const int32_t n_fd = g_st_transfer.st_info[n_channel].n_fd;
     uint32_t n_held = 0;
     for (uint32_t n_tries = kMaxTries; n_tries > 0; --n_tries) {
+        if (port_used()) return true;
         TLOGD("select %d ", n_channel);
         const int32_t n_read = sdk_uart_read(static_cast<uint32_t>(n_fd), p_buf + n_held,
                                              kStreamBufLen - n_held, kReadWaitMs);
@@ -50,8 +101,9 @@ bool serve_channel(int32_t n_channel, uint8_t *p_buf) {
         }
         if (n_read == 0 && n_held == 0 && n_tries == kMaxTries) return false;
         const uint32_t n_total = n_held + static_cast<uint32_t>(n_read);
+        // Settled: the dump's lines are whole log lines, so no empty line is written
+        // after them (it showed as an empty error line after every read).
         print_24_per_line(p_buf, static_cast<int>(n_total));
-        SDK_PRINTF(LOG_TRANSFER, ZLOG_LEVEL_ERROR, "\n");
         const int32_t n_used = sdk_uart_recv_manage(p_buf, n_total, n_channel);
         n_held = n_total - static_cast<uint32_t>(n_used);
         if (n_held == 0) return true;
@@ -59,6 +111,30 @@ bool serve_channel(int32_t n_channel, uint8_t *p_buf) {
         usleep(kPauseUs);
     }
     return true;
+}
+
+// The lines to watch this cycle: every opened serial channel that is not resting, and
+// the wake pipe. The time-out is 1 second, or less when a resting line comes back sooner.
+void build_set(const std::vector<struct timeval> &rest_until, fd_set *p_set, int *p_max_fd,
+               struct timeval *p_timeout) {
+    sdk::channel_fd_set(UART, p_set, p_max_fd);
+    uint32_t n_wait_ms = 1000;
+    const struct timeval now = sdk::clock_now();
+    for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
+        const transfer_data_t &ch = g_st_transfer.st_info[i];
+        if (!sdk::channel_watched(ch, UART) || !timercmp(&now, &rest_until[i], <)) continue;
+        FD_CLR(ch.n_fd, p_set);
+        struct timeval left = {};
+        timersub(&rest_until[i], &now, &left);
+        const auto n_left_ms = static_cast<uint32_t>(left.tv_sec * 1000 + left.tv_usec / 1000 + 1);
+        if (n_left_ms < n_wait_ms) n_wait_ms = n_left_ms;
+    }
+    if (g_hand.wake[0] >= 0 && g_hand.wake[0] < FD_SETSIZE) {
+        FD_SET(g_hand.wake[0], p_set);
+        if (g_hand.wake[0] > *p_max_fd) *p_max_fd = g_hand.wake[0];
+    }
+    p_timeout->tv_sec = n_wait_ms / 1000;
+    p_timeout->tv_usec = static_cast<suseconds_t>((n_wait_ms % 1000) * 1000);
 }
 
 }  // namespace
@@ -71,29 +147,65 @@ SDK_API int32_t sdk_get_uart_fd(void) {
     return n_fd;
 }
 
+SDK_API int32_t sdk_uart_hold(uint32_t n_wait_ms) {
+    __atomic_store_n(&b_uart_used_flg, true, __ATOMIC_SEQ_CST);
+    sdk::MutexLock lock(&g_hand.lock);
+    if (!g_hand.b_running || g_hand.b_parked) return sdk::kOk;
+    if (g_hand.wake[1] >= 0) {
+        const char c = 1;
+        ssize_t ignored = write(g_hand.wake[1], &c, 1);
+        (void)ignored;
+    }
+    const struct timespec until = sdk::deadline_in_ms(n_wait_ms);
+    while (g_hand.b_running && !g_hand.b_parked) {
+        if (pthread_cond_timedwait(&g_hand.cond, &g_hand.lock, &until) != 0) break;
+    }
+    if (g_hand.b_running && !g_hand.b_parked) {
+        TLOGE("uart hold: the serial receive thread did not let go in %u ms", n_wait_ms);
+        return sdk::kErrTimeout;
+    }
+    return sdk::kOk;
+}
+
+SDK_API void sdk_uart_release(void) {
+    __atomic_store_n(&b_uart_used_flg, false, __ATOMIC_SEQ_CST);
+}
+
 SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
     pthread_setname_np(pthread_self(), "uart_recv");
+    {
+        sdk::MutexLock lock(&g_hand.lock);
+        if (g_hand.wake[0] < 0 && pipe2(g_hand.wake, O_NONBLOCK | O_CLOEXEC) != 0) {
+            g_hand.wake[0] = g_hand.wake[1] = -1;
+        }
+        g_hand.b_running = true;
+    }
     // The stream buffer lives for the thread's whole life; nothing is allocated per frame.
     static uint8_t arr_stream[kStreamBufLen];
+    const size_t n_channels =
+        g_st_transfer.n_num > 0 ? static_cast<size_t>(g_st_transfer.n_num) : 0;
+    std::vector<struct timeval> rest_until(n_channels, timeval{0, 0});
     int n_max_fd = 0;
     for (;;) {
-        wait_port_free();
-        struct timeval st_timeout = {1, 0};
+        park_while_port_used();
+        struct timeval st_timeout = {};
         fd_set st_set;
-        sdk::channel_fd_set(UART, &st_set, &n_max_fd);
+        build_set(rest_until, &st_set, &n_max_fd, &st_timeout);
         if (select(n_max_fd + 1, &st_set, nullptr, nullptr, &st_timeout) < 0) {
             usleep(kPauseUs);
             TLOGE("select error");
             FD_ZERO(&st_set);  // the set says nothing after a failure
         }
-        bool b_read_failed = false;
-        for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
+        if (g_hand.wake[0] >= 0 && FD_ISSET(g_hand.wake[0], &st_set)) drain_wake();
+        for (int32_t i = 0; i < g_st_transfer.n_num && !port_used(); ++i) {
             const transfer_data_t &ch = g_st_transfer.st_info[i];
             if (!sdk::channel_watched(ch, UART) || !FD_ISSET(ch.n_fd, &st_set)) continue;
-            if (!serve_channel(i, arr_stream)) b_read_failed = true;
+            if (!serve_channel(i, arr_stream)) {
+                rest_until[static_cast<size_t>(i)] =
+                    sdk::clock_add_ms(sdk::clock_now(), kDeadLineRestMs);
+            }
             sem_post(&g_st_monitor_manage_list.sem);
         }
-        if (b_read_failed) usleep(kReadErrorPauseUs);
     }
     return nullptr;
 }

@@ -1,11 +1,36 @@
 // A request's whole road over real UDP: request API, sender, network receive and the
 // time-out monitor, against simulated boards.
+#include <dirent.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
 #include <cstring>
+#include <fstream>
 #include <set>
 #include <string>
 
 #include "common/result.h"
 #include "engine/engine_fixture.h"
+
+// The wall clock of this program can be stepped, as a controller's is when it sets its
+// clock after boot (RTC, NTP): these definitions take the place of the C library's for the
+// engine too, and add g_wall_step_s to the realtime clock.
+namespace {
+std::atomic<long> g_wall_step_s{0};
+}
+extern "C" int clock_gettime(clockid_t id, struct timespec *ts) {
+    const long r = syscall(SYS_clock_gettime, id, ts);
+    if (r == 0 && id == CLOCK_REALTIME) ts->tv_sec += g_wall_step_s.load();
+    return static_cast<int>(r);
+}
+extern "C" int gettimeofday(struct timeval *tv, void * /*tz*/) {
+    struct timespec ts = {};
+    const int r = clock_gettime(CLOCK_REALTIME, &ts);
+    tv->tv_sec = ts.tv_sec;
+    tv->tv_usec = ts.tv_nsec / 1000;
+    return r;
+}
 
 namespace {
 
@@ -185,6 +210,112 @@ TEST_F(Engine, RefusedRequestsLeaveNothingBehind) {
     EXPECT_EQ(sdk_request_wait(nullptr, &op), 0);
     EXPECT_EQ(sdk_request_free(&op), 0);
     EXPECT_EQ(sdk_request_get_state(&op), sdk::kErrRefused);
+}
+
+// Time-outs are elapsed times: a step of the wall clock while a request waits neither ends
+// it at once nor keeps it waiting far past its time.
+TEST_F(Engine, WallClockStepsDoNotMoveTimeOuts) {
+    FakeBoard board("127.0.0.3", 7001, [](auto &, size_t i) { return i == 0 ? 150 : -1; });
+    struct Case {
+        long step_s;
+        int32_t result;
+        long min_ms;  // the request's remaining time, less a margin
+    };
+    for (const Case c : {Case{3600, 8, 0}, Case{-3600, sdk::kErrTimeout, 250}}) {
+        transfer_op_t op = op_for(100, MCU, FRAME_READ, 0x20, 4);
+        op.n_timeout = 400;
+        ASSERT_EQ(sdk_request(nullptr, 0, &op), 0);
+        std::this_thread::sleep_for(milliseconds(50));
+        g_wall_step_s += c.step_s;
+        const auto t0 = Clock::now();
+        char buf[SDK_DATA_BUF_LEN];
+        EXPECT_EQ(sdk_request_wait(buf, &op), c.result) << c.step_s;
+        const long ms = ms_between(t0, Clock::now());
+        EXPECT_GE(ms, c.min_ms) << c.step_s;
+        EXPECT_LT(ms, 2000) << c.step_s;
+    }
+    g_wall_step_s = 0;
+}
+
+// A frame that never left the host ends as timed out, never as done: here a write
+// without acknowledgement whose time runs out while it waits behind a slow read. With a
+// retransmission left it goes out late instead, and ends after its write-wait.
+TEST_F(Engine, WriteThatTimedOutInItsQueueIsNotReportedDone) {
+    FakeBoard board("127.0.0.3", 7001, [](auto &, size_t) { return 150; });
+    for (const uint32_t retries : {0u, 1u}) {
+        const size_t before = board.frames().size();
+        transfer_op_t slow = op_for(100, MCU, FRAME_READ, 0x20, 4);
+        transfer_op_t write = op_for(100, MCU, FRAME_WRITE, 0x24, 2);
+        write.n_no_ack = EN_REQUEST_NO_ACK;
+        write.n_write_wait_time = 1000;
+        write.n_timeout = 50;
+        write.n_reply_times = retries;
+        ASSERT_EQ(sdk_request(nullptr, 0, &slow), 0);
+        std::string data = "ww";
+        ASSERT_EQ(sdk_request(data.data(), 2, &write), 0);
+        char buf[SDK_DATA_BUF_LEN];
+        EXPECT_EQ(sdk_request_wait(buf, &slow), 8);
+        EXPECT_EQ(sdk_request_wait(buf, &write), retries == 0 ? sdk::kErrTimeout : 0);
+        std::this_thread::sleep_for(milliseconds(20));
+        EXPECT_EQ(board.frames().size(), before + 1 + retries) << retries;
+    }
+}
+
+// n_no_ack and n_polling_state are flags: any value but 0 counts as set. A card write
+// polled with 2 holds its port until its poll is answered, so another card's request on
+// that port waits instead of taking the port (and the poll's answer) from it.
+TEST_F(Engine, AcknowledgementAndPollingValuesAboveOneAreFlags) {
+    FakeBoard board("127.0.1.1", 7002, [](auto &, size_t) { return 20; });
+    transfer_op_t a = card_op(3, 1, FRAME_WRITE, 0x10, 2);
+    a.n_no_ack = 2;
+    a.n_polling_state = 2;
+    a.n_polling_time = 10;
+    a.n_timeout = 1000;
+    transfer_op_t b = card_op(3, 2, FRAME_READ, 0x10, 2);
+    int32_t ra = -1, rb = -1;
+    std::thread ta([&] { ra = run(a, nullptr, "pp"); });
+    std::this_thread::sleep_for(milliseconds(5));
+    std::thread tb([&] { rb = run(b); });
+    ta.join();
+    tb.join();
+    EXPECT_EQ(ra, 0);
+    EXPECT_GE(rb, 0);
+    auto f = board.frames();
+    ASSERT_GE(f.size(), 3u);
+    EXPECT_EQ(f[0].bytes[10] & 0x40, 0) << "no acknowledgement asked";
+    EXPECT_EQ(f[1].bytes.size(), 38u) << "the poll comes before the other card's frame";
+}
+
+// With nothing in flight the trigger thread sleeps until a request comes: no periodic
+// wake-ups. (It is the one engine thread without a name of its own.)
+TEST_F(Engine, IdleTriggerThreadDoesNotWakeUp) {
+    auto switches = [] {
+        long total = -1;
+        const std::string self = std::to_string(getpid());
+        std::string main_comm;
+        std::getline(std::ifstream("/proc/self/comm"), main_comm);
+        DIR *d = opendir("/proc/self/task");
+        while (dirent *e = d != nullptr ? readdir(d) : nullptr) {
+            const std::string tid = e->d_name;
+            if (tid == "." || tid == ".." || tid == self) continue;
+            std::string comm;
+            std::getline(std::ifstream("/proc/self/task/" + tid + "/comm"), comm);
+            if (comm != main_comm) continue;
+            std::ifstream status("/proc/self/task/" + tid + "/status");
+            total = 0;
+            for (std::string line; std::getline(status, line);) {
+                if (line.find("ctxt_switches:") != std::string::npos)
+                    total += std::stol(line.substr(line.find(':') + 1));
+            }
+        }
+        if (d != nullptr) closedir(d);
+        return total;
+    };
+    std::this_thread::sleep_for(milliseconds(50));
+    const long before = switches();
+    ASSERT_GE(before, 0) << "trigger thread not found";
+    std::this_thread::sleep_for(milliseconds(400));
+    EXPECT_EQ(switches(), before);
 }
 
 TEST_F(Engine, ManyHostThreadsOnSeveralChannelsEveryRequestEndsOnce) {

@@ -1,6 +1,7 @@
 // The report receiver's checks on a report channel, and the serial receive thread's
 // handling of the host's port flag and of a hung-up line, on a small channel table with
 // a datagram socket pair and pseudo-terminals.
+#include <poll.h>
 #include <pthread.h>
 #include <pty.h>
 #include <sys/resource.h>
@@ -10,11 +11,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
 
+#include "isp.h"
+#include "isp/isp_fixture.h"
+#include "isp_sim/pty_server.h"
 #include "support/config_fixture.h"
 #include "support/log_capture.h"
 #include "support/pty.h"
@@ -93,9 +98,27 @@ TEST_F(ReceiveThreads, ReportManagerRefusesBadLengthsAndKeepsTheQueueBounded) {
     close(sv[1]);
 }
 
+// The serial receive thread runs once for the program, on this table.
+void start_uart_thread() {
+    static const bool started = [] {
+        pthread_t t;
+        if (pthread_create(&t, nullptr, sdk_transfer_uart_recv_thread, nullptr) != 0) return false;
+        pthread_detach(t);
+        return true;
+    }();
+    ASSERT_TRUE(started);
+}
+
+// Gives channel `id` the line `fd` while the thread has let go of the lines.
+void swap_line(int32_t id, int fd) {
+    ASSERT_EQ(sdk_uart_hold(2000), 0);
+    g_st_transfer.st_info[id].n_fd = fd;
+    sdk_uart_release();
+}
+
 // Channel 1 is a line whose far end has hung up (every read fails), channel 35 a working
 // line. The thread must leave both alone while the host holds the port, then serve the
-// working line without spinning on the dead one.
+// working line without spinning on the dead one and without delaying it.
 TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
     int dead_master = -1, dead_slave = -1;
     ASSERT_EQ(openpty(&dead_master, &dead_slave, nullptr, nullptr, nullptr), 0);
@@ -104,13 +127,11 @@ TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
     termios raw = line.slave_attrs();
     cfmakeraw(&raw);
     ASSERT_EQ(tcsetattr(line.slave(), TCSANOW, &raw), 0);
+
+    ASSERT_EQ(sdk_uart_hold(0), 0);  // no thread yet: the lines are the host's at once
     g_st_transfer.st_info[1].n_fd = dead_slave;
     g_st_transfer.st_info[35].n_fd = line.slave();
-
-    __atomic_store_n(&b_uart_used_flg, true, __ATOMIC_RELEASE);
-    pthread_t t;
-    ASSERT_EQ(pthread_create(&t, nullptr, sdk_transfer_uart_recv_thread, nullptr), 0);
-    pthread_detach(t);
+    start_uart_thread();
     line.send(report_frame(0xBB, 0x55, 7));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     Bytes got;
@@ -118,12 +139,28 @@ TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
 
     rusage before{};
     getrusage(RUSAGE_SELF, &before);
-    __atomic_store_n(&b_uart_used_flg, false, __ATOMIC_RELEASE);
+    sdk_uart_release();
     int32_t slot = -1;
     for (int i = 0; i < 400 && (slot = pull(&got)) < 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     EXPECT_EQ(slot, 101);
     EXPECT_EQ(got, report_frame(0xBB, 0x55, 7));
+
+    // Reports on the working line arrive promptly while the dead line rests.
+    std::vector<long> delays;
+    for (uint8_t seq = 10; seq < 20; ++seq) {
+        const auto t0 = std::chrono::steady_clock::now();
+        line.send(report_frame(0xBB, 0x55, seq));
+        for (int i = 0; i < 2000 && pull(&got) < 0; ++i)
+            std::this_thread::sleep_for(std::chrono::microseconds(500));
+        delays.push_back(std::chrono::duration_cast<std::chrono::milliseconds>(
+                             std::chrono::steady_clock::now() - t0)
+                             .count());
+        EXPECT_EQ(got, report_frame(0xBB, 0x55, seq));
+    }
+    std::sort(delays.begin(), delays.end());
+    EXPECT_LT(delays[delays.size() / 2], 20) << "the dead line delays the working one";
+
     std::this_thread::sleep_for(std::chrono::seconds(1));
     rusage after{};
     getrusage(RUSAGE_SELF, &after);
@@ -133,6 +170,62 @@ TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
                                              after.ru_stime.tv_usec - before.ru_stime.tv_usec) /
                              1e6;
     EXPECT_LT(cpu_s, 0.5) << "the dead line keeps the serial thread busy";
+    swap_line(35, -1);
+    swap_line(1, -1);
+}
+
+// The host's serial functions for the programmer, over the line that the engine reads. The
+// read lets an answer arrive whole before it takes it, as many host read functions do.
+int g_isp_fd = -1;
+int isp_write(unsigned char *buf, uint16_t len) {
+    return static_cast<int>(write(g_isp_fd, buf, len));
+}
+int isp_read(unsigned char *buf, uint16_t len) {
+    size_t got = 0;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    while (got < len) {
+        pollfd pfd = {g_isp_fd, POLLIN, 0};
+        if (poll(&pfd, 1, 200) <= 0) break;
+        const ssize_t n = read(g_isp_fd, buf + got, len - got);
+        if (n <= 0) break;
+        got += static_cast<size_t>(n);
+    }
+    return got > 0 ? static_cast<int>(got) : -1;
+}
+
+// An MCU programmed through its bootloader on a line that the serial receive thread is
+// watching: once sdk_uart_hold has returned, no byte of the bootloader's answers is lost to
+// the thread, so the programmer synchronises at the first try and writes the whole image.
+TEST_F(ReceiveThreads, HostProgramsAnMcuOnALineTheEngineReads) {
+    start_uart_thread();
+    isp_sim::PtyServer server;
+    ASSERT_TRUE(server.open());
+    server.start();
+    std::string path = server.slave_path();
+    g_isp_fd = sdk_uart_init(reinterpret_cast<int8_t *>(path.data()), 115200);
+    ASSERT_GE(g_isp_fd, 0);
+    swap_line(35, g_isp_fd);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the thread watches it
+
+    ASSERT_EQ(sdk_uart_hold(2000), 0);
+    mcu_isp_write_func_reg(reinterpret_cast<void *>(&isp_write));
+    mcu_isp_read_func_reg(reinterpret_cast<void *>(&isp_read));
+    const std::vector<uint8_t> image = isp_test::make_image(1000);
+    testing::internal::CaptureStdout();
+    const int rc = mcu_isp(const_cast<uint8_t *>(image.data()), 1000);
+    testing::internal::GetCapturedStdout();
+    g_st_transfer.st_info[35].n_fd = -1;
+    sdk_uart_release();
+    mcu_isp_write_func_reg(nullptr);
+    mcu_isp_read_func_reg(nullptr);
+    EXPECT_EQ(rc, 0);
+    const std::vector<uint8_t> flash = server.flash();
+    ASSERT_GE(flash.size(), image.size());
+    EXPECT_TRUE(std::equal(image.begin(), image.end(), flash.begin()));
+    EXPECT_EQ(server.stats().syncs, 1);
+    EXPECT_EQ(server.stats().nacks, 0);
+    server.stop();
+    close(g_isp_fd);
 }
 
 }  // namespace

@@ -105,19 +105,37 @@ TEST_F(StartupFailure, FailingStepsEndWithTheirCode) {
                 ::testing::ExitedWithCode(0), "ret=-4000");
 }
 
-TEST_F(StartupFailure, MissingFileCanBeRetriedButAStartedEngineCannot) {
+// A start-up that fails (no file; a bad entry after channels were opened) leaves nothing
+// open or allocated behind, so a later call starts afresh; a started engine refuses more.
+TEST_F(StartupFailure, FailedStartUpCanBeRetriedButAStartedEngineCannot) {
     const std::string good = dir_.write("good.json", chassis("/dev/null"));
-    auto twice = [&](const std::string &first) {
+    std::string broken = chassis("/dev/null");
+    broken.replace(broken.find("\"slot\": 1,"), 10, "\"slot\": 9,");  // outside 1..1
+    const std::string bad = dir_.write("bad_sub.json", broken);
+    auto open_fds = [] {
+        int n = 0;
+        DIR *d = opendir("/proc/self/fd");
+        while (d != nullptr && readdir(d) != nullptr)
+            ++n;
+        if (d != nullptr) closedir(d);
+        return n;
+    };
+    auto attempts = [&] {
         char slots[] = {1};
-        const int32_t a = sdk_transfer_init(slots, 1, const_cast<char *>(first.c_str()));
-        const int32_t b = sdk_transfer_init(slots, 1, const_cast<char *>(good.c_str()));
-        const int32_t c = sdk_transfer_init(slots, 1, const_cast<char *>(good.c_str()));
-        fprintf(stderr, "ret=%d,%d,%d\n", a, b, c);
+        auto init = [&](const std::string &path) {
+            return sdk_transfer_init(slots, 1, const_cast<char *>(path.c_str()));
+        };
+        const int fds = open_fds();
+        const int32_t a = init(dir_.path() + "/missing.json");
+        const int32_t b = init(bad);
+        const int leaked = open_fds() - fds;
+        const int32_t c = init(good);
+        const int32_t d = init(good);
+        fprintf(stderr, "ret=%d,%d,%d,%d leaked=%d\n", a, b, c, d, leaked);
         fflush(stderr);
         _exit(0);
     };
-    EXPECT_EXIT(twice(dir_.path() + "/missing.json"), ::testing::ExitedWithCode(0),
-                "ret=-1000,0,-4000");
+    EXPECT_EXIT(attempts(), ::testing::ExitedWithCode(0), "ret=-1000,-1000,0,-4000 leaked=0");
 }
 
 // Serves one request written on the pty by answering on its master side.

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/clock.h"
 #include "manage_fixtures.h"
 #include "transfer_server.h"
 
@@ -180,7 +181,7 @@ TEST_F(ReportQueue, ConcurrentProducersAgainstBoundedConsumer) {
 
 TEST(TimeoutCheck, MillisecondsSinceStart) {
     packet_general_data_t gen{};
-    gettimeofday(&gen.st_start_time, nullptr);
+    gen.st_start_time = sdk::clock_now();  // time stamps are taken on the monotonic clock
     EXPECT_EQ(sdk_packet_timeout_check(&gen), -4001);  // a time-out of 0 is expired at once
     gen.n_timeout = 10000;
     EXPECT_EQ(sdk_packet_timeout_check(&gen), 0);
