@@ -305,9 +305,12 @@ SDK_API extern pthread_mutex_t st_report_lock;
  * in slot (one byte each) and the backplane channels, builds the containers and starts the
  * six worker threads. 0 when running; -1000 for a missing, unreadable or malformed file;
  * 14 without "device"; -5 when memory runs out; the negative code of a UDP endpoint or a
- * container; the error number of a failed thread creation. Nothing is undone on failure.
- * Once per process: a call after one that got past reading the file is refused with
- * -4000 and changes nothing. */
+ * container; the error number of a failed thread creation. A failure while building the
+ * engine undoes everything built so far, so the call can be repeated. A call after a
+ * failed thread creation starts the missing threads. A call on a running engine opens
+ * the configured channels that are still closed (UDP channels while eth0 was not up, a
+ * serial device that was missing) and returns 0, or -1000 when the file cannot be read;
+ * it changes nothing else. */
 SDK_API int32_t sdk_transfer_init(char *slot, uint32_t slotnum, char *transfer_path);
 
 /* Report thread body: select over the opened REPORT_UDP channels, then

@@ -1,4 +1,5 @@
-// The descriptor sets of the receive threads: each watches the opened channels of one type.
+// The descriptor sets of the receive threads: each watches the opened channels of one type,
+// and a wake pipe through which the host side makes it look at the channel table again.
 #pragma once
 
 #include <sys/select.h>
@@ -7,10 +8,22 @@
 
 namespace sdk {
 
+// A channel's descriptor is published with an atomic store when a channel opens while the
+// workers run (a start-up retry); the receive threads read it with this load.
+inline int channel_fd(const transfer_data_t &ch) {
+    return __atomic_load_n(&ch.n_fd, __ATOMIC_ACQUIRE);
+}
+
 // Settled: unopened channels (negative descriptor) and descriptors that select cannot watch stay
 // out of every set.
 inline bool channel_watched(const transfer_data_t &ch, json_type_tbl e_type) {
-    return ch.n_type == e_type && ch.n_fd >= 0 && ch.n_fd < FD_SETSIZE;
+    const int n_fd = channel_fd(ch);
+    return ch.n_type == e_type && n_fd >= 0 && n_fd < FD_SETSIZE;
+}
+
+// The channel is watched and select found it readable.
+inline bool channel_ready(const transfer_data_t &ch, json_type_tbl e_type, const fd_set &set) {
+    return channel_watched(ch, e_type) && FD_ISSET(channel_fd(ch), &set);
 }
 
 // Fills the set with the watched channels of the type; *p_max_fd only ever grows.
@@ -19,9 +32,20 @@ inline void channel_fd_set(json_type_tbl e_type, fd_set *p_set, int *p_max_fd) {
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
         if (!channel_watched(ch, e_type)) continue;
-        FD_SET(ch.n_fd, p_set);
-        if (ch.n_fd > *p_max_fd) *p_max_fd = ch.n_fd;
+        const int n_fd = channel_fd(ch);
+        FD_SET(n_fd, p_set);
+        if (n_fd > *p_max_fd) *p_max_fd = n_fd;
     }
 }
+
+// One wake pipe per receive thread (network, report, serial).
+enum class Receiver { kNet, kReport, kUart };
+
+// Puts the thread's wake pipe into its set (made on first use).
+void wake_pipe_add(Receiver r, fd_set *p_set, int *p_max_fd);
+// True, and the pipe drained, when select found the thread's wake pipe readable.
+bool wake_pipe_taken(Receiver r, const fd_set &set);
+// Makes the thread's select return so that it builds its set again.
+void wake_receiver(Receiver r);
 
 }  // namespace sdk

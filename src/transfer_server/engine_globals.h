@@ -21,4 +21,9 @@ namespace sdk {
 // thread runs and no request exists.
 void engine_teardown();
 
+// Opens the configured channels that are still closed (UDP channels while eth0 was down,
+// serial channels whose device was missing), on a running engine; the board arrays of
+// root must be those start-up read. Returns how many it opened.
+uint32_t engine_reopen(const char *slots, uint32_t n_slots, mio_json *root);
+
 }  // namespace sdk

@@ -221,7 +221,7 @@ SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
     static thread_local uint8_t arr_buf[kRecvBufLen];
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (!sdk::channel_watched(ch, UDP) || !FD_ISSET(ch.n_fd, &n_fd_event)) continue;
+        if (!sdk::channel_ready(ch, UDP, n_fd_event)) continue;
         int32_t n = sdk_physical_recv(arr_buf, static_cast<uint32_t>(i));
         if (n < 0) {
             TLOGE("sdk_physical_recv n_recv_len < 0 ");
@@ -241,6 +241,7 @@ SDK_API void *sdk_transfer_recv_thread(void * /*arg*/) {
     for (;;) {
         fd_set st_set;
         sdk::channel_fd_set(UDP, &st_set, &n_max_fd);
+        sdk::wake_pipe_add(sdk::Receiver::kNet, &st_set, &n_max_fd);
         if (select(n_max_fd + 1, &st_set, nullptr, nullptr, nullptr) < 0) {
             TLOGE("select error");
             // Settled: after a failed select the set says nothing, and the sockets are
@@ -248,6 +249,8 @@ SDK_API void *sdk_transfer_recv_thread(void * /*arg*/) {
             FD_ZERO(&st_set);
             usleep(kSelectRetryUs);
         }
+        // A wake only asks for a new set (a channel was opened).
+        if (sdk::wake_pipe_taken(sdk::Receiver::kNet, st_set)) continue;
         int32_t n_ret = sdk_recv_manage(st_set);
         sem_post(&g_st_monitor_manage_list.sem);
         if (n_ret < 0) TLOGE("recv error");

@@ -26,11 +26,13 @@ constexpr WorkerThread kWorkers[] = {
 };
 
 // How far start-up got. Settled: a failed attempt never leaves a half-built engine
-// behind. A failure while reading the file or building the engine (eth0 not up yet, a
-// serial port missing, a bad member) takes apart whatever was built, so a later call
-// starts afresh; a failure while starting the worker threads (which cannot be stopped)
-// keeps the engine, and a later call starts the threads that are still missing. Once all
-// six run, further calls are refused.
+// behind, and a host may call again until everything is up. A failure while reading the
+// file or building the engine (a bad member, a port that cannot be bound) takes apart
+// whatever was built, so a later call starts afresh; a failure while starting the worker
+// threads (which cannot be stopped) keeps the engine, and a later call starts the threads
+// that are still missing. A call on a running engine opens the channels that start-up
+// had to leave closed (eth0 not up yet, a serial device not there yet) and changes
+// nothing else.
 enum class Stage { kIdle, kBuilt, kRunning };
 pthread_mutex_t g_init_lock = PTHREAD_MUTEX_INITIALIZER;  // serialises start-up calls
 Stage g_stage = Stage::kIdle;                             // under g_init_lock
@@ -84,9 +86,15 @@ SDK_API int32_t sdk_transfer_init(char *slot, uint32_t slotnum, char *transfer_p
     sdk::MutexLock init_lock(&g_init_lock);
     int32_t n_ret = sdk::kOk;
     if (g_stage == Stage::kRunning) {
-        TLOGE("transfer already initialised, call refused");
-        n_ret = sdk::kErrRefused;
-        TLOGE("error code %d", n_ret);
+        mio_json *root = transfer_path != nullptr ? mio_json_fromfile(transfer_path) : nullptr;
+        if (root == nullptr) {
+            n_ret = sdk::kErrConfig;
+            TLOGE("error code %d", n_ret);
+        } else {
+            const uint32_t n_opened = sdk::engine_reopen(slot, slotnum, root);
+            mio_json_delete(root);
+            TLOGI("transfer already initialised, %u closed channel(s) opened now", n_opened);
+        }
     } else if (g_stage == Stage::kBuilt) {
         TLOGI("engine built by an earlier call, starting the missing threads");
         n_ret = start_workers();

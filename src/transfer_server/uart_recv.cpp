@@ -1,7 +1,6 @@
 // The serial receive thread: reads the serial channels and hands the stream to the frame
 // cutter, keeping an incomplete frame's bytes for the next read. It hands the lines over
 // to the host on request (b_uart_used_flg, sdk_uart_hold).
-#include <fcntl.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/select.h>
@@ -52,7 +51,6 @@ struct HandOver {
     pthread_cond_t cond{};
     bool b_running = false;  // the thread exists; under lock
     bool b_parked = false;   // the thread has let go of every line; under lock
-    int wake[2] = {-1, -1};  // wakes the thread's select when the host asks for the lines
 };
 HandOver g_hand;
 
@@ -76,18 +74,12 @@ void park_while_port_used() {
     }
 }
 
-void drain_wake() {
-    char sink[64];
-    while (read(g_hand.wake[0], sink, sizeof sink) > 0) {
-    }
-}
-
 // One channel's turn: reads until the stream is used up or the tries run out; bytes
 // still held then are given up. False when the line looks dead: a read error, or no byte
 // at all from the read that select announced. The turn ends at once when the host asks
 // for the lines.
 bool serve_channel(int32_t n_channel, uint8_t *p_buf) {
-    const int32_t n_fd = g_st_transfer.st_info[n_channel].n_fd;
+    const int32_t n_fd = sdk::channel_fd(g_st_transfer.st_info[n_channel]);
     uint32_t n_held = 0;
     for (uint32_t n_tries = kMaxTries; n_tries > 0; --n_tries) {
         if (port_used()) return true;
@@ -123,16 +115,13 @@ void build_set(const std::vector<struct timeval> &rest_until, fd_set *p_set, int
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
         if (!sdk::channel_watched(ch, UART) || !timercmp(&now, &rest_until[i], <)) continue;
-        FD_CLR(ch.n_fd, p_set);
+        FD_CLR(sdk::channel_fd(ch), p_set);
         struct timeval left = {};
         timersub(&rest_until[i], &now, &left);
         const auto n_left_ms = static_cast<uint32_t>(left.tv_sec * 1000 + left.tv_usec / 1000 + 1);
         if (n_left_ms < n_wait_ms) n_wait_ms = n_left_ms;
     }
-    if (g_hand.wake[0] >= 0 && g_hand.wake[0] < FD_SETSIZE) {
-        FD_SET(g_hand.wake[0], p_set);
-        if (g_hand.wake[0] > *p_max_fd) *p_max_fd = g_hand.wake[0];
-    }
+    sdk::wake_pipe_add(sdk::Receiver::kUart, p_set, p_max_fd);
     p_timeout->tv_sec = n_wait_ms / 1000;
     p_timeout->tv_usec = static_cast<suseconds_t>((n_wait_ms % 1000) * 1000);
 }
@@ -151,11 +140,7 @@ SDK_API int32_t sdk_uart_hold(uint32_t n_wait_ms) {
     __atomic_store_n(&b_uart_used_flg, true, __ATOMIC_SEQ_CST);
     sdk::MutexLock lock(&g_hand.lock);
     if (!g_hand.b_running || g_hand.b_parked) return sdk::kOk;
-    if (g_hand.wake[1] >= 0) {
-        const char c = 1;
-        ssize_t ignored = write(g_hand.wake[1], &c, 1);
-        (void)ignored;
-    }
+    sdk::wake_receiver(sdk::Receiver::kUart);
     const struct timespec until = sdk::deadline_in_ms(n_wait_ms);
     while (g_hand.b_running && !g_hand.b_parked) {
         if (pthread_cond_timedwait(&g_hand.cond, &g_hand.lock, &until) != 0) break;
@@ -175,9 +160,6 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
     pthread_setname_np(pthread_self(), "uart_recv");
     {
         sdk::MutexLock lock(&g_hand.lock);
-        if (g_hand.wake[0] < 0 && pipe2(g_hand.wake, O_NONBLOCK | O_CLOEXEC) != 0) {
-            g_hand.wake[0] = g_hand.wake[1] = -1;
-        }
         g_hand.b_running = true;
     }
     // The stream buffer lives for the thread's whole life; nothing is allocated per frame.
@@ -196,10 +178,10 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
             TLOGE("select error");
             FD_ZERO(&st_set);  // the set says nothing after a failure
         }
-        if (g_hand.wake[0] >= 0 && FD_ISSET(g_hand.wake[0], &st_set)) drain_wake();
+        sdk::wake_pipe_taken(sdk::Receiver::kUart, st_set);
         for (int32_t i = 0; i < g_st_transfer.n_num && !port_used(); ++i) {
             const transfer_data_t &ch = g_st_transfer.st_info[i];
-            if (!sdk::channel_watched(ch, UART) || !FD_ISSET(ch.n_fd, &st_set)) continue;
+            if (!sdk::channel_ready(ch, UART, st_set)) continue;
             if (!serve_channel(i, arr_stream)) {
                 rest_until[static_cast<size_t>(i)] =
                     sdk::clock_add_ms(sdk::clock_now(), kDeadLineRestMs);

@@ -2,6 +2,8 @@
 // over a pty and reports from UDP report channels and from a serial stream. The engine has
 // no shutdown, so each failing start-up runs in a child process of its own.
 #include <dirent.h>
+#include <net/if.h>
+#include <unistd.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -106,8 +108,8 @@ TEST_F(StartupFailure, FailingStepsEndWithTheirCode) {
 }
 
 // A start-up that fails (no file; a bad entry after channels were opened) leaves nothing
-// open or allocated behind, so a later call starts afresh; a started engine refuses more.
-TEST_F(StartupFailure, FailedStartUpCanBeRetriedButAStartedEngineCannot) {
+// open or allocated behind, so a later call starts afresh.
+TEST_F(StartupFailure, FailedStartUpLeavesNothingAndCanBeRetried) {
     const std::string good = dir_.write("good.json", chassis("/dev/null"));
     std::string broken = chassis("/dev/null");
     broken.replace(broken.find("\"slot\": 1,"), 10, "\"slot\": 9,");  // outside 1..1
@@ -135,7 +137,60 @@ TEST_F(StartupFailure, FailedStartUpCanBeRetriedButAStartedEngineCannot) {
         fflush(stderr);
         _exit(0);
     };
-    EXPECT_EXIT(attempts(), ::testing::ExitedWithCode(0), "ret=-1000,-1000,0,-4000 leaked=0");
+    EXPECT_EXIT(attempts(), ::testing::ExitedWithCode(0), "ret=-1000,-1000,0,0 leaked=0");
+}
+
+// Channels that start-up had to leave closed (eth0 down, the serial device not there yet)
+// open when the host calls again; requests for them are refused until then.
+TEST_F(StartupFailure, ClosedChannelsOpenOnALaterCall) {
+    auto run = [&] {
+        sdk::test::PtyPair pty;
+        const std::string tty = dir_.path() + "/ttyMCU";
+        const std::string path = dir_.write("late.json", chassis(tty));
+        char slots[] = {1};
+        auto init = [&] { return sdk_transfer_init(slots, 1, const_cast<char *>(path.c_str())); };
+        auto request = [](transfer_section section, transfer_op_t *op) {
+            *op = transfer_op_t{};
+            op->e_mode = section;
+            op->n_slot = 100;
+            op->n_timeout = 2000;
+            op->n_read_len = 4;
+            op->st_addr_param.n_device_type = section == FPGA ? DEVICE_FPGA : DEVICE_MCU;
+            return sdk_request(nullptr, 0, op);
+        };
+        sdk::test::set_link("eth0", false);
+        const int32_t first = init();
+        transfer_op_t udp{}, uart{};
+        const int32_t refused_udp = request(FPGA, &udp), refused_uart = request(MCU, &uart);
+
+        sdk::test::set_link("eth0", true);
+        for (int i = 0; i < 200 && !(sdk::test::link_flags("eth0") & IFF_RUNNING); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        if (symlink(pty.slave_path().c_str(), tty.c_str()) != 0) _exit(3);
+        const int32_t again = init();
+
+        const int board = sdk::test::udp_socket("127.0.0.2", 6000);
+        const int32_t sent_udp = request(FPGA, &udp), sent_uart = request(MCU, &uart);
+        uint8_t buf[64];
+        const ssize_t n = recv(board, buf, sizeof buf, 0);  // the UDP frame
+        const sockaddr_in engine = sdk::test::inet("127.0.0.1", 6000);
+        const Bytes udp_reply =
+            serial_frame(static_cast<uint16_t>(buf[6] | (buf[7] << 8)), 0, {1, 2});
+        sendto(board, udp_reply.data(), udp_reply.size(), 0,
+               reinterpret_cast<const sockaddr *>(&engine), sizeof engine);
+        const Bytes frame = pty.receive(32, 2000);  // the serial frame
+        if (frame.size() >= 8)
+            pty.send(serial_frame(static_cast<uint16_t>(frame[6] | (frame[7] << 8)), 0, {3}));
+        char rbuf[SDK_DATA_BUF_LEN];
+        const int32_t got_udp = sdk_request_wait(rbuf, &udp);
+        const int32_t got_uart = sdk_request_wait(rbuf, &uart);
+        fprintf(stderr, "ret=%d refused=%d,%d again=%d sent=%d,%d frame=%zd got=%d,%d\n", first,
+                refused_udp, refused_uart, again, sent_udp, sent_uart, n, got_udp, got_uart);
+        fflush(stderr);
+        _exit(0);
+    };
+    EXPECT_EXIT(run(), ::testing::ExitedWithCode(0),
+                "ret=0 refused=-4000,-4000 again=0 sent=0,0 frame=32 got=6,1");
 }
 
 // Serves one request written on the pty by answering on its master side.
@@ -155,8 +210,8 @@ TEST(Startup, RunningEngineServesSerialRepliesAndQueuesReports) {
         EXPECT_TRUE(names.count(n)) << n;
     }
     log.clear();
-    EXPECT_EQ(sdk_transfer_init(slots, 1, const_cast<char *>(path.c_str())), -4000);
-    EXPECT_TRUE(log.contains("already initialised"));
+    EXPECT_EQ(sdk_transfer_init(slots, 1, const_cast<char *>(path.c_str())), 0);
+    EXPECT_TRUE(log.contains("already initialised, 0 closed channel(s) opened now"));
 
     // Round trip on the serial channel: the device answers with the request's label.
     transfer_op_t op{};
