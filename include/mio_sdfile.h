@@ -72,9 +72,10 @@ SDK_API bool mio_createdirectory(char *dirname);
  * Refuses the root: the empty path, a lone slash, slash-asterisk, backslash-asterisk, a
  * lone asterisk, and any other path that names "/" itself. */
 SDK_API void mio_cleardirectory(char *dir);
-/* Deletes a regular file, or a directory tree (symbolic links, devices and pipes are left
- * alone, and keep their directory). True when there was nothing to delete or everything
- * was deleted; false when something could not be opened or removed. */
+/* Deletes a regular file, or a directory tree with everything in it (symbolic links are
+ * removed, never followed). A symbolic link, device or pipe given as path is left alone.
+ * True when there was nothing to delete or everything was deleted; false when something
+ * could not be opened or removed. */
 SDK_API bool mio_deletedirectory(char *path);
 /* Removes the file: true on success. */
 SDK_API bool mio_deletefile(char *filename);

@@ -34,7 +34,7 @@ fi
 
 dir=build/aarch64
 cmake -S . -B "$dir" -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake \
-      -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+      -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRANSFER_WERROR=ON >/dev/null
 cmake --build "$dir" -j"$(nproc)"
 
 # Without a binfmt handler for AArch64 programs, an emulated test cannot start another

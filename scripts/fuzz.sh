@@ -16,7 +16,7 @@ dir=build/fuzz
 targets=(uart_cut net_datagram config_load frame_data cmd_parse)
 CC=clang CXX=clang++ cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DTRANSFER_BUILD_FUZZ=ON -DTRANSFER_BUILD_TESTS=OFF -DTRANSFER_BUILD_TOOLS=OFF \
-    -DTRANSFER_SANITIZE= >/dev/null
+    -DTRANSFER_SANITIZE= -DTRANSFER_WERROR=ON >/dev/null
 cmake --build "$dir" -j2 --target "${targets[@]/#/fuzz_}"
 
 # One target: a scratch corpus grown from the committed seeds (the seeds stay as they

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Builds the library and runs the whole test suite: a plain build, AddressSanitizer with
 # UndefinedBehaviorSanitizer, ThreadSanitizer, every fuzz target for a bounded time, then
-# the AArch64 cross build with its tests under qemu (scripts/cross-aarch64.sh).
-#   scripts/test.sh                  plain, address, thread, fuzz and aarch64
+# the AArch64 cross build with its tests under qemu (scripts/cross-aarch64.sh). A Release
+# build (library, tools and tests at -O3) is only compiled: the optimiser's extra
+# warnings show there. Warnings are errors in every build made here (TRANSFER_WERROR).
+#   scripts/test.sh                  plain, release, address, thread, fuzz and aarch64
 #   scripts/test.sh plain thread     only these
 # FUZZ_SECONDS sets the time per fuzz target (default 45).
 set -euo pipefail
@@ -11,7 +13,7 @@ scripts/install-deps.sh
 
 jobs=$(nproc)
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(plain address thread fuzz aarch64)
+[ ${#variants[@]} -gt 0 ] || variants=(plain release address thread fuzz aarch64)
 
 status=0
 for v in "${variants[@]}"; do
@@ -32,9 +34,16 @@ for v in "${variants[@]}"; do
             fi
             continue
             ;;
+        release)
+            echo "=== release build (compiled, not run) ==="
+            cmake -S . -B build/test-release -DCMAKE_BUILD_TYPE=Release \
+                -DTRANSFER_WERROR=ON >/dev/null
+            cmake --build build/test-release -j"$jobs" || status=1
+            continue
+            ;;
         plain | address | thread) ;;
         *)
-            echo "unknown variant $v (plain, address, thread, fuzz, aarch64)" >&2
+            echo "unknown variant $v (plain, release, address, thread, fuzz, aarch64)" >&2
             exit 2
             ;;
     esac
@@ -42,7 +51,8 @@ for v in "${variants[@]}"; do
     san=""
     [ "$v" = plain ] || san=$v
     echo "=== $v build ==="
-    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRANSFER_SANITIZE="$san" >/dev/null
+    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRANSFER_SANITIZE="$san" \
+        -DTRANSFER_WERROR=ON >/dev/null
     cmake --build "$dir" -j"$jobs"
     echo "=== $v tests ==="
     # TSan needs the fixed memory layout that a high mmap randomisation breaks.

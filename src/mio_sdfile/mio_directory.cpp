@@ -66,12 +66,15 @@ void print_root_refusal(const char *dir) {
         dir);
 }
 
-// Deletes what path names; entries are appended to path and cut off again.
-bool delete_path(std::string &path) {
+// Deletes what path names; entries are appended to path and cut off again. A symbolic
+// link, device or pipe named by the caller is left alone. Inside a tree it is removed
+// (the link itself, never what it points to): left there, it would keep its directory
+// from being removed and the deletion of the tree would fail.
+bool delete_path(std::string &path, bool in_tree) {
     struct stat st;
     if (lstat(path.c_str(), &st) != 0) return true;  // nothing to delete
     if (S_ISREG(st.st_mode)) return unlink(path.c_str()) == 0;
-    if (!S_ISDIR(st.st_mode)) return true;  // links, devices and pipes are left alone
+    if (!S_ISDIR(st.st_mode)) return !in_tree || unlink(path.c_str()) == 0;
 
     DIR *dir = opendir(path.c_str());
     if (dir == nullptr) return false;
@@ -84,7 +87,7 @@ bool delete_path(std::string &path) {
             ok = false;
             continue;
         }
-        ok = delete_path(path) && ok;
+        ok = delete_path(path, true) && ok;
         path.resize(len);
     }
     closedir(dir);
@@ -157,7 +160,7 @@ SDK_API bool mio_deletedirectory(char *path) {
         std::string walk;
         walk.reserve(MIO_PATH_MAX);  // the whole walk in this one buffer
         walk = path;
-        return delete_path(walk);
+        return delete_path(walk, false);
     });
 }
 

@@ -24,7 +24,9 @@ void store(zlog_category_t **slot, zlog_category_t *value) {
 int32_t log_start(zlog_start_fn start, const char *conf_path, const char *log_cat,
                   const char *printf_cat) {
     if (start(conf_path) != 0) {
-        printf("log_init error;");
+        // The line is ended: without the newline the host's next output would run on
+        // behind it.
+        printf("log_init error;\n");
         fflush(stdout);
         return sdk::kErrLog;
     }

@@ -20,17 +20,32 @@ struct ChannelEntry {
     int32_t port;
 };
 
-int32_t read_entry(mio_json *entry, transfer_id_map_t *map, int64_t row, ChannelEntry *out) {
+// Logs which member of the entry is refused and why, then the refusal line.
+int32_t member_error(const EntryPlace &place, mio_json *entry, const char *key, bool text = false) {
+    TLOGE("slot %d: %s entry %u: \"%s\" %s", place.slot, sections[place.section], place.index, key,
+          member_problem(entry, key, text));
+    return json_error();
+}
+
+int32_t read_entry(mio_json *entry, const EntryPlace &place, transfer_id_map_t *map, int64_t row,
+                   ChannelEntry *out) {
     out->step = mio_json_getobjectitemint(entry, "id_offset");
-    if (out->step < 0) return json_error();
+    if (out->step < 0) return member_error(place, entry, "id_offset");
     map->n_step[row] = out->step;
     out->type = mio_json_getobjectitemint(entry, "type");
-    if (out->type < 0) return json_error();
+    if (out->type < 0) return member_error(place, entry, "type");
     out->ip = mio_json_getobjectitemstr(entry, "ip");
-    if (out->ip == nullptr) return json_error();
+    if (out->ip == nullptr) return member_error(place, entry, "ip", true);
     out->port = mio_json_getobjectitemint(entry, "port");
-    if (out->port < 0) return json_error();
+    if (out->port < 0) return member_error(place, entry, "port");
     return kOk;
+}
+
+// Receiving cards ("eth_max" ports by "rvcard_max" cards) that start-up gives each
+// channel of packet_code_type 1.
+int64_t cards_per_sender_channel() {
+    const transfer_format_t &f = g_st_transfer.st_format;
+    return static_cast<int64_t>(f.n_rvcard_eth_max) * f.n_rvcard_max;
 }
 
 bool is_channel_type(int32_t type) {
@@ -70,7 +85,8 @@ void open_serial(transfer_data_t *ch, const ChannelEntry &e, int64_t id) {
 
 }  // namespace
 
-int32_t setup_channel_entry(const BoardClass &cls, const EntryPlace &place, mio_json *entry) {
+int32_t setup_channel_entry(const BoardClass &cls, const EntryPlace &place, mio_json *entry,
+                            int64_t *sender_channels) {
     transfer_id_map_t &map = g_st_transfer.*cls.map;
     const char *section_name = sections[place.section];
 
@@ -86,7 +102,7 @@ int32_t setup_channel_entry(const BoardClass &cls, const EntryPlace &place, mio_
     }
 
     ChannelEntry e{};
-    if (int32_t ret = read_entry(entry, &map, row, &e); ret != kOk) return ret;
+    if (int32_t ret = read_entry(entry, place, &map, row, &e); ret != kOk) return ret;
     // Open point settled here: an "ip" text that does not fit the endpoint description
     // with its terminator is refused as malformed rather than cut to another address or
     // device path.
@@ -125,6 +141,22 @@ int32_t setup_channel_entry(const BoardClass &cls, const EntryPlace &place, mio_
         TLOGE("slot %d: %s entry %u gives channel id %lld, already set up for slot %d", place.slot,
               section_name, place.index, static_cast<long long>(id), ch->n_slot);
         return limit_error();
+    }
+    // Every channel of packet_code_type 1 gets the whole receiving-card matrix at
+    // start-up; their sum is bounded like the channel table.
+    if (code == PACKET_SENDER) {
+        const int64_t cards = cards_per_sender_channel();
+        if (cards > 0 && (*sender_channels + 1) * cards > kMaxReceivingCards) {
+            TLOGE(
+                "slot %d: %s entry %u: \"packet_code_type\" 1 makes %lld channels with "
+                "\"eth_max\" %u x \"rvcard_max\" %u receiving cards each, more than %lld "
+                "cards in all",
+                place.slot, section_name, place.index, static_cast<long long>(*sender_channels + 1),
+                g_st_transfer.st_format.n_rvcard_eth_max, g_st_transfer.st_format.n_rvcard_max,
+                static_cast<long long>(kMaxReceivingCards));
+            return limit_error();
+        }
+        ++*sender_channels;
     }
 
     ch->n_slot = place.slot;

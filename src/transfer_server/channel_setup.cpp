@@ -10,16 +10,30 @@ using sdk::setup::BoardClass;
 using sdk::setup::LogStyle;
 
 constexpr BoardClass kMainCards{
-    "maincards", &transfer_info_t::st_main_card, "maincard transfer is null", LogStyle::kMain,
+    "maincards",
+    "main_card",
+    &transfer_info_t::st_main_card,
+    "maincard transfer is null",
+    LogStyle::kMain,
     sdk::setup::kOpenUdp | sdk::setup::kOpenReportUdp | sdk::setup::kOpenUart};
-constexpr BoardClass kSubCards{"subcards", &transfer_info_t::st_sub_card,
-                               "subcard transfer is null", LogStyle::kSub,
+constexpr BoardClass kSubCards{"subcards",
+                               "sub_card",
+                               &transfer_info_t::st_sub_card,
+                               "subcard transfer is null",
+                               LogStyle::kSub,
                                sdk::setup::kOpenUdp | sdk::setup::kOpenReportUdp};
-constexpr BoardClass kBackplane{"backplane", &transfer_info_t::st_backplane,
-                                "backplane transfer is null", LogStyle::kBackplane,
+constexpr BoardClass kBackplane{"backplane",
+                                "backplane",
+                                &transfer_info_t::st_backplane,
+                                "backplane transfer is null",
+                                LogStyle::kBackplane,
                                 sdk::setup::kOpenUdp | sdk::setup::kOpenUart};
-constexpr BoardClass kReport{"report", &transfer_info_t::st_report, "report transfer is null",
-                             LogStyle::kReport, sdk::setup::kOpenUdp | sdk::setup::kOpenReportUdp};
+constexpr BoardClass kReport{"report",
+                             "report",
+                             &transfer_info_t::st_report,
+                             "report transfer is null",
+                             LogStyle::kReport,
+                             sdk::setup::kOpenUdp | sdk::setup::kOpenReportUdp};
 
 int32_t finish(int32_t ret) {
     TLOGI("end ret :%d", ret);

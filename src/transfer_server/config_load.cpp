@@ -1,11 +1,14 @@
 // First loading step of the transfer configuration: the board classes under "device",
 // the pool sizes and the receiving-card limits, and the channel table itself.
 #include <array>
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
 
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
+#include "transfer_server/channel_setup.h"
 
 extern "C" {
 SDK_API transfer_info_t g_st_transfer;
@@ -34,42 +37,78 @@ struct Block {
     int64_t count;
 };
 
-constexpr int64_t kMaxChannels = 65536;
+using sdk::setup::json_error;
+using sdk::setup::kMaxChannels;
+using sdk::setup::limit_error;
+using sdk::setup::member_problem;
 
-int32_t json_error() {
-    TLOGE(" json error code %d", sdk::kErrConfig);
-    return sdk::kErrConfig;
+// Reads a non-negative integer member; a failure logs which member of which object
+// (where) is wrong and why, then the refusal line.
+bool read_member(mio_json *obj, const char *where, const char *key, int32_t *out) {
+    const int32_t v = mio_json_getobjectitemint(obj, key);
+    if (v >= 0) {
+        *out = v;
+        return true;
+    }
+    TLOGE("%s: \"%s\" %s", where, key, member_problem(obj, key));
+    json_error();
+    return false;
 }
 
 // Reads the five members of a present class object, in file order; a failure keeps what
 // was stored before it.
-int32_t read_class(mio_json *obj, transfer_id_map_t *map, int64_t *slots) {
-    int32_t slot_num = mio_json_getobjectitemint(obj, "slot_num");
-    if (slot_num < 0) return json_error();
-    int32_t v = mio_json_getobjectitemint(obj, "type_num");
-    if (v < 0) return json_error();
-    map->n_offset = v;
-    if ((v = mio_json_getobjectitemint(obj, "min_slot")) < 0) return json_error();
-    map->n_slot_min = v;
-    if ((v = mio_json_getobjectitemint(obj, "max_slot")) < 0) return json_error();
-    map->n_slot_max = v;
-    if ((v = mio_json_getobjectitemint(obj, "id_offset")) < 0) return json_error();
-    map->n_id_offset = v;
+int32_t read_class(mio_json *obj, const char *key, transfer_id_map_t *map, int64_t *slots) {
+    char where[64];
+    snprintf(where, sizeof(where), "device \"%s\"", key);
+    int32_t slot_num = 0;
+    if (!read_member(obj, where, "slot_num", &slot_num) ||
+        !read_member(obj, where, "type_num", &map->n_offset) ||
+        !read_member(obj, where, "min_slot", &map->n_slot_min) ||
+        !read_member(obj, where, "max_slot", &map->n_slot_max) ||
+        !read_member(obj, where, "id_offset", &map->n_id_offset)) {
+        return sdk::kErrConfig;
+    }
     *slots = slot_num;
     return sdk::kOk;
 }
 
-// Reads the named non-negative members of an optional object into the given fields.
+// A pool size: its member, where it is stored and the most a file may ask for.
+struct Count {
+    const char *key;
+    uint32_t transfer_format_t::*field;
+    uint32_t max;
+};
+
+// Reads the members of an optional object into st_format, in the given order. Each is
+// refused when it is missing or negative, or above its limit: start-up allocates by
+// these counts, so a huge one would have it allocate until memory runs out.
 template <size_t N>
-int32_t read_counts(mio_json *obj, const std::array<const char *, N> &keys,
-                    const std::array<uint32_t *, N> &fields) {
-    for (size_t i = 0; i < N; ++i) {
-        int32_t v = mio_json_getobjectitemint(obj, keys[i]);
-        if (v < 0) return json_error();
-        *fields[i] = static_cast<uint32_t>(v);
+int32_t read_counts(mio_json *obj, const char *where, const std::array<Count, N> &counts) {
+    for (const Count &c : counts) {
+        int32_t v = 0;
+        if (!read_member(obj, where, c.key, &v)) return sdk::kErrConfig;
+        if (static_cast<uint32_t>(v) > c.max) {
+            TLOGE("%s: \"%s\" %d is above the limit of %u", where, c.key, v, c.max);
+            return limit_error();
+        }
+        g_st_transfer.st_format.*c.field = static_cast<uint32_t>(v);
     }
     return sdk::kOk;
 }
+
+// The thread counts are stored only (start-up runs one sender and one monitor thread),
+// so any value is allowed.
+constexpr uint32_t kAny = INT32_MAX;
+constexpr std::array<Count, 4> kPoolCounts = {{
+    {"send_list_num", &transfer_format_t::n_send_list_num, sdk::setup::kMaxLists},
+    {"send_thread_num", &transfer_format_t::n_send_thread_num, kAny},
+    {"monitor_list_num", &transfer_format_t::n_monitor_list_num, sdk::setup::kMaxLists},
+    {"monitor_thread_num", &transfer_format_t::n_monitor_thread_num, kAny},
+}};
+constexpr std::array<Count, 2> kRvcardCounts = {{
+    {"eth_max", &transfer_format_t::n_rvcard_eth_max, sdk::setup::kMaxEthPorts},
+    {"rvcard_max", &transfer_format_t::n_rvcard_max, sdk::setup::kMaxCardsPerPort},
+}};
 
 // Open point settled here: blocks of different classes that overlap, or a block that runs
 // past the table, would make two boards share a channel record or make set-up write past
@@ -79,15 +118,20 @@ int32_t check_blocks(const std::array<Block, 4> &blocks, int64_t total) {
         const Block &a = blocks[i];
         if (a.count == 0) continue;
         if (a.first + a.count > total) {
-            TLOGE("class %s ids %lld..%lld outside the table of %lld channels", a.key,
-                  static_cast<long long>(a.first), static_cast<long long>(a.first + a.count - 1),
-                  static_cast<long long>(total));
+            TLOGE(
+                "device \"%s\": \"id_offset\" places class %s ids %lld..%lld outside the "
+                "table of %lld channels",
+                a.key, a.key, static_cast<long long>(a.first),
+                static_cast<long long>(a.first + a.count - 1), static_cast<long long>(total));
             return json_error();
         }
         for (size_t j = i + 1; j < blocks.size(); ++j) {
             const Block &b = blocks[j];
             if (b.count != 0 && a.first < b.first + b.count && b.first < a.first + a.count) {
-                TLOGE("classes %s and %s share channel ids", a.key, b.key);
+                TLOGE(
+                    "device \"%s\" and \"%s\": \"id_offset\" makes classes %s and %s share "
+                    "channel ids",
+                    a.key, b.key, a.key, b.key);
                 return json_error();
             }
         }
@@ -119,18 +163,16 @@ int32_t load(mio_json *root) {
         }
         transfer_id_map_t *map = &(g_st_transfer.*c.map);
         int64_t slots = 0;
-        if (int32_t ret = read_class(obj, map, &slots); ret != sdk::kOk) return ret;
+        if (int32_t ret = read_class(obj, c.key, map, &slots); ret != sdk::kOk) return ret;
         blocks[i] = Block{c.key, map->n_id_offset, slots * map->n_offset};
         total += blocks[i].count;
     }
 
     transfer_format_t &fmt = g_st_transfer.st_format;
     if (mio_json *obj = mio_json_getobjectitem(root, "transfer_param"); obj != nullptr) {
-        int32_t ret = read_counts<4>(
-            obj, {"send_list_num", "send_thread_num", "monitor_list_num", "monitor_thread_num"},
-            {&fmt.n_send_list_num, &fmt.n_send_thread_num, &fmt.n_monitor_list_num,
-             &fmt.n_monitor_thread_num});
-        if (ret != sdk::kOk) return ret;
+        if (int32_t ret = read_counts(obj, "\"transfer_param\"", kPoolCounts); ret != sdk::kOk) {
+            return ret;
+        }
     } else {
         TLOGI("transfer_param is null used default");
         fmt.n_send_list_num = fmt.n_send_thread_num = 1;
@@ -138,9 +180,9 @@ int32_t load(mio_json *root) {
     }
 
     if (mio_json *obj = mio_json_getobjectitem(root, "rvcard_param"); obj != nullptr) {
-        int32_t ret = read_counts<2>(obj, {"eth_max", "rvcard_max"},
-                                     {&fmt.n_rvcard_eth_max, &fmt.n_rvcard_max});
-        if (ret != sdk::kOk) return ret;
+        if (int32_t ret = read_counts(obj, "\"rvcard_param\"", kRvcardCounts); ret != sdk::kOk) {
+            return ret;
+        }
     } else {
         TLOGI("rvcard_param is null used default");
         fmt.n_rvcard_eth_max = 0;
@@ -152,7 +194,10 @@ int32_t load(mio_json *root) {
     // hundred channels; a file asking for millions would otherwise have start-up allocate
     // (and the workers walk) records, send queues and lists for every one of them.
     if (total > kMaxChannels) {
-        TLOGE("channel table of %lld records is too large", static_cast<long long>(total));
+        TLOGE(
+            "device: the classes' \"slot_num\" x \"type_num\" make a channel table of %lld "
+            "records, above the limit of %lld",
+            static_cast<long long>(total), static_cast<long long>(kMaxChannels));
         return json_error();
     }
     if (int32_t ret = check_blocks(blocks, total); ret != sdk::kOk) return ret;

@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 
 #include "common/log.h"
@@ -31,7 +30,9 @@ extern "C" SDK_API int32_t sdk_uart_write(uint32_t n_fd, uint8_t *pdata, uint32_
         ret = write(static_cast<int>(n_fd), pdata, clamp_len(n_len));
     } while (ret < 0 && errno == EINTR);
     if (ret < 0) {
-        printf("uart write error(%d) err(%s)\n", static_cast<int>(ret), strerror(errno));
+        const int err = errno;  // before the log call, which may change it
+        // Logged, not printed: standard output belongs to the host program.
+        TLOGE("uart write error(%d) err(%s)\n", static_cast<int>(ret), strerror(err));
         return sdk::kErrRefused;
     }
     return static_cast<int32_t>(ret);

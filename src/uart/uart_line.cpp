@@ -30,6 +30,14 @@ constexpr std::array<Rate, 9> kRates = {{
 
 constexpr tcflag_t kSoftwareFlow = IXON | IXOFF | IXANY;
 
+// The bits of each flag word that the settings decide.
+constexpr tcflag_t kRawInput = BRKINT | ICRNL | INPCK | ISTRIP | INLCR | IGNCR | PARMRK;
+constexpr tcflag_t kInputBits = kRawInput | kSoftwareFlow;
+constexpr tcflag_t kOutputBits = OPOST;
+constexpr tcflag_t kLocalBits = ICANON | ECHO | ECHOE | ECHONL | ISIG | IEXTEN;
+constexpr tcflag_t kFramingBits = CSIZE | PARENB;
+constexpr tcflag_t kControlBits = kFramingBits | PARODD | CSTOPB | CRTSCTS | CLOCAL | CREAD;
+
 void set_speed(termios *tio, int32_t n_speed) {
     for (const Rate &r : kRates) {
         if (r.bits_per_second == n_speed) {
@@ -131,11 +139,11 @@ bool set_stop_bits(termios *tio, int32_t n_stopbits) {
 // discipline settings the port had before (CR/NL mapping, parity marking and the
 // extended input processing would all alter or swallow frame bytes).
 void set_raw_mode(termios *tio, int32_t n_flow_ctrl) {
-    tcflag_t iclear = BRKINT | ICRNL | INPCK | ISTRIP | INLCR | IGNCR | PARMRK;
+    tcflag_t iclear = kRawInput;
     if (n_flow_ctrl != 2) iclear |= IXON;
     tio->c_iflag &= ~iclear;
-    tio->c_oflag &= ~OPOST;
-    tio->c_lflag &= ~(ICANON | ECHO | ECHOE | ECHONL | ISIG | IEXTEN);
+    tio->c_oflag &= ~kOutputBits;
+    tio->c_lflag &= ~kLocalBits;
     tio->c_cc[VTIME] = 0;
     tio->c_cc[VMIN] = 0;
 }
@@ -152,6 +160,16 @@ bool make_line_settings(termios *tio, int32_t n_speed, int32_t n_flow_ctrl, int3
     }
     set_raw_mode(tio, n_flow_ctrl);
     return true;
+}
+
+bool line_settings_held(const termios &want, const termios &now, bool framing_held) {
+    const tcflag_t control = framing_held ? kControlBits : kControlBits & ~kFramingBits;
+    return cfgetispeed(&want) == cfgetispeed(&now) && cfgetospeed(&want) == cfgetospeed(&now) &&
+           (want.c_cflag & control) == (now.c_cflag & control) &&
+           (want.c_iflag & kInputBits) == (now.c_iflag & kInputBits) &&
+           (want.c_oflag & kOutputBits) == (now.c_oflag & kOutputBits) &&
+           (want.c_lflag & kLocalBits) == (now.c_lflag & kLocalBits) &&
+           want.c_cc[VMIN] == now.c_cc[VMIN] && want.c_cc[VTIME] == now.c_cc[VTIME];
 }
 
 }  // namespace sdk::uart

@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdio>
-
 #include "common/log.h"
 #include "common/result.h"
 #include "uart.h"
@@ -40,13 +38,16 @@ extern "C" SDK_API int32_t sdk_uart_close(uint32_t n_fd) {
 
 extern "C" SDK_API int32_t sdk_uart_init(int8_t *p_dev_name, uint32_t n_baudrate) {
     const char *name = p_dev_name == nullptr ? "(null)" : reinterpret_cast<char *>(p_dev_name);
+    // These failures are logged, not printed: standard output belongs to the host
+    // program, which would otherwise get a line for every missing serial device on every
+    // start-up.
     int32_t fd = sdk_uart_open(reinterpret_cast<uint8_t *>(p_dev_name));
     if (fd < 0) {
-        printf("uart open failed %s \n", name);
+        LOGE(LOG_HAL, "uart open failed %s \n", name);
         return sdk::kErrRefused;
     }
     if (sdk_uart_cfg(fd, static_cast<int32_t>(n_baudrate), 0, 8, 1, 'N') != sdk::kOk) {
-        printf("uart set fail %s \n", name);
+        LOGE(LOG_HAL, "uart set fail %s \n", name);
         sdk_uart_close(static_cast<uint32_t>(fd));
         return sdk::kErrRefused;
     }

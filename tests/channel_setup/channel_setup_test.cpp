@@ -84,32 +84,65 @@ TEST_F(Setup, RefusesEntriesThatWouldCorruptMemory) {
     EXPECT_TRUE(log().contains("gives channel id 28, already set up for slot 101"));
 }
 
+// Each refusal says which member of which entry is wrong, and why, in a line of its own
+// before the code line.
 TEST_F(Setup, MalformedEntriesStopTheMember) {
-    const std::string bad_entries[] = {
-        R"({"type": 2, "ip": "a", "port": 1})",                    // no id_offset
-        R"({"id_offset": 0, "type": -1, "ip": "a", "port": 1})",   // negative
-        R"({"id_offset": 0, "type": 2, "ip": 7, "port": 1})",      // ip not a string
-        R"({"id_offset": 0, "type": 2, "ip": "a", "port": "1"})",  // port not a number
-        entry(0, 2, "a", 1, R"(, "packet_code_type": 3)"),         // no such code type
+    const std::string not_int = "is not an integer from 0 to 2147483647";
+    const std::pair<std::string, std::string> bad_entries[] = {
+        {R"({"type": 2, "ip": "a", "port": 1})", R"("id_offset" is missing)"},
+        {R"({"id_offset": 0, "type": -1, "ip": "a", "port": 1})", R"("type" )" + not_int},
+        {R"({"id_offset": 0, "type": 2, "ip": 7, "port": 1})", R"("ip" is not a string)"},
+        {R"({"id_offset": 0, "type": 2, "port": 1})", R"("ip" is missing)"},
+        {R"({"id_offset": 0, "type": 2, "ip": "a", "port": "1"})", R"("port" )" + not_int},
     };
-    for (const std::string &e : bad_entries) {
+    for (const auto &[e, why] : bad_entries) {
         ASSERT_EQ(load(config(R"(, "report": [{"slot": 102, "fpga": [)" + e + "]}]")), 0);
         EXPECT_EQ(sdk_report_transfer_init(root()), -1000) << e;
+        EXPECT_TRUE(log().contains("ERROR [TRANSFER] slot 102: fpga entry 0: " + why)) << why;
         EXPECT_TRUE(log().contains(" json error code -1000")) << e;
     }
-    const std::string bad_boards[] = {
-        R"([{"fpga": []}])",         // no slot
-        R"([{"slot": 103}])",        // outside min_slot..max_slot
-        R"([{"slot": 102}, null])",  // null board entry
+    ASSERT_EQ(load(config(R"(, "report": [{"slot": 102, "fpga": [)" +
+                          entry(0, 2, "a", 1, R"(, "packet_code_type": 3)") + "]}]")),
+              0);
+    EXPECT_EQ(sdk_report_transfer_init(root()), -1000);
+    EXPECT_TRUE(log().contains("slot 102: fpga entry 0 has packet_code_type 3, at most 2"));
+
+    const std::pair<std::string, std::string> bad_boards[] = {
+        {R"([{"fpga": []}])", R"("report" entry 0: "slot" is missing)"},
+        {R"([{"slot": 102}, null])", R"("report" entry 1: "slot" is missing)"},
+        {R"([{"slot": 103}])",
+         R"("report" entry 0: slot 103 outside 102..102, "min_slot".."max_slot" of "report")"},
     };
-    for (const std::string &b : bad_boards) {
+    for (const auto &[b, why] : bad_boards) {
         ASSERT_EQ(load(config(R"(, "report": )" + b)), 0);
         EXPECT_EQ(sdk_report_transfer_init(root()), -1000) << b;
+        EXPECT_TRUE(log().contains("ERROR [TRANSFER] " + why)) << why;
     }
+    EXPECT_TRUE(log().contains(" max num error code -1000"));  // the slot range
     EXPECT_EQ(sdk_maincards_transfer_init(nullptr), -1000);
+    EXPECT_TRUE(log().contains(R"(no configuration to read "maincards" from)"));
     char slot = 1;
     EXPECT_EQ(sdk_subcards_transfer_init(&slot, 1, nullptr), -1000);
     EXPECT_EQ(sdk_subcards_transfer_init(nullptr, 2, root()), 0);  // no "subcards": nothing to do
+}
+
+// Every channel of packet_code_type 1 gets eth_max x rvcard_max receiving cards at
+// start-up; over all of them, whichever member places them, the sum is bounded.
+TEST_F(Setup, ReceivingCardsAreBoundedOverAllSenderChannels) {
+    const std::string sender = R"(, "packet_code_type": 1)";
+    ASSERT_EQ(load(config(R"(, "rvcard_param": {"eth_max": 64, "rvcard_max": 512},)"
+                          R"( "maincards": [{"slot": 100, "fpga": [)" +
+                          entry(0, 2, "a", 1, sender) + "," + entry(1, 2, "a", 1, sender) +
+                          R"(]}], "backplane": [{"slot": 101, "fpga": [)" +
+                          entry(0, 2, "a", 1, sender) + "]}]")),
+              0);
+    EXPECT_EQ(sdk_maincards_transfer_init(root()), 0);  // 2 x 32768 cards
+    EXPECT_EQ(sdk_backplane_transfer_init(root()), -1000);
+    EXPECT_TRUE(log().contains(R"(slot 101: fpga entry 0: "packet_code_type" 1 makes 3 channels )"
+                               R"(with "eth_max" 64 x "rvcard_max" 512 receiving cards each, )"
+                               R"(more than 65536 cards in all)"));
+    EXPECT_TRUE(log().contains(" max num error code -1000"));
+    EXPECT_EQ(channel(28).n_type, 0);
 }
 
 TEST_F(Setup, MissingArraysAreNoFailure) {

@@ -199,16 +199,26 @@ TEST(MioTree, CreateDeleteAndMove) {
     make_file(nested + "/f", 10);
     std::string outside = dir.path() + "/outside";
     make_file(outside, 3);
-    ASSERT_EQ(symlink(outside.c_str(), (dir.path() + "/a/b/link").c_str()), 0);
+    std::string outside_dir = dir.path() + "/outside_dir";
+    mio_createdirectory(outside_dir.data());
+    make_file(outside_dir + "/kept", 2);
+    // Links (to a directory, to a file, dangling) and a pipe inside the tree go with it;
+    // what the links point to stays.
     std::string a = dir.path() + "/a";
-    // The link is left alone (and so is its directory); what it points to is untouched.
-    EXPECT_FALSE(mio_deletedirectory(a.data()));
-    EXPECT_FALSE(mio_fileexist(nested.c_str()));
-    EXPECT_TRUE(mio_fileexist((dir.path() + "/a/b/link").c_str()));
-    EXPECT_EQ(content(outside), "xxx");
-    unlink((dir.path() + "/a/b/link").c_str());
+    ASSERT_EQ(symlink(outside_dir.c_str(), (a + "/b/dirlink").c_str()), 0);
+    ASSERT_EQ(symlink(outside.c_str(), (a + "/b/link").c_str()), 0);
+    ASSERT_EQ(symlink("/nonexistent", (nested + "/dangling").c_str()), 0);
+    ASSERT_EQ(mkfifo((a + "/fifo").c_str(), 0600), 0);
     EXPECT_TRUE(mio_deletedirectory(a.data()));
     EXPECT_FALSE(mio_fileexist(a.c_str()));
+    EXPECT_EQ(content(outside), "xxx");
+    EXPECT_EQ(content(outside_dir + "/kept"), "xx");
+    // A link named by the caller is not followed and stays.
+    std::string top_link = dir.path() + "/top_link";
+    ASSERT_EQ(symlink(outside_dir.c_str(), top_link.c_str()), 0);
+    EXPECT_TRUE(mio_deletedirectory(top_link.data()));
+    EXPECT_TRUE(mio_fileexist(top_link.c_str()));
+    EXPECT_EQ(content(outside_dir + "/kept"), "xx");
     EXPECT_TRUE(mio_deletedirectory(a.data()));  // nothing to delete
     EXPECT_TRUE(mio_deletedirectory(outside.data()));
     EXPECT_FALSE(mio_fileexist(outside.c_str()));

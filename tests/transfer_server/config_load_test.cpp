@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "support/log_capture.h"
 #include "transfer_server.h"
@@ -95,23 +96,67 @@ TEST_F(ConfigLoadTest, MissingDeviceIs14) {
     EXPECT_EQ(g_st_transfer.st_info, nullptr);
 }
 
+// Each refusal says which member of which object is wrong, and why, in a line of its own.
 TEST_F(ConfigLoadTest, MissingNegativeOrMistypedMembersAreRefused) {
-    const char *bad[] = {
+    const std::string not_int = "is not an integer from 0 to 2147483647";
+    const std::pair<const char *, std::string> bad[] = {
         // a class member missing, negative, a string, a fraction
-        R"({"device": {"main_card": {"slot_num": 1, "type_num": 2, "min_slot": 100, "max_slot": 100}}})",
-        R"({"device": {"main_card": {"slot_num": -1, "type_num": 2, "min_slot": 100, "max_slot": 100, "id_offset": 0}}})",
-        R"({"device": {"main_card": {"slot_num": "1", "type_num": 2, "min_slot": 100, "max_slot": 100, "id_offset": 0}}})",
-        R"({"device": {"main_card": {"slot_num": 1.5, "type_num": 2, "min_slot": 100, "max_slot": 100, "id_offset": 0}}})",
+        {R"({"device": {"main_card": {"slot_num": 1, "type_num": 2, "min_slot": 100, "max_slot": 100}}})",
+         R"(device "main_card": "id_offset" is missing)"},
+        {R"({"device": {"main_card": {"slot_num": -1, "type_num": 2, "min_slot": 100, "max_slot": 100, "id_offset": 0}}})",
+         R"(device "main_card": "slot_num" )" + not_int},
+        {R"({"device": {"sub_card": {"slot_num": 1, "type_num": "2", "min_slot": 100, "max_slot": 100, "id_offset": 0}}})",
+         R"(device "sub_card": "type_num" )" + not_int},
+        {R"({"device": {"main_card": {"slot_num": 1, "type_num": 2, "min_slot": 1.5, "max_slot": 100, "id_offset": 0}}})",
+         R"(device "main_card": "min_slot" )" + not_int},
         // an empty or partial optional object does not fall back to defaults
-        R"({"device": {}, "transfer_param": {}})",
-        R"({"device": {}, "transfer_param": {"send_list_num": 1, "send_thread_num": 1, "monitor_list_num": -1, "monitor_thread_num": 1}})",
-        R"({"device": {}, "rvcard_param": {"eth_max": 2}})",
+        {R"({"device": {}, "transfer_param": {}})",
+         R"("transfer_param": "send_list_num" is missing)"},
+        {R"({"device": {}, "transfer_param": {"send_list_num": 1, "send_thread_num": 1, "monitor_list_num": -1, "monitor_thread_num": 1}})",
+         R"("transfer_param": "monitor_list_num" )" + not_int},
+        {R"({"device": {}, "rvcard_param": {"eth_max": 2}})",
+         R"("rvcard_param": "rvcard_max" is missing)"},
     };
-    for (const char *json : bad) {
+    for (const auto &[json, why] : bad) {
         log.clear();
         EXPECT_EQ(load(json), -1000) << json;
+        EXPECT_TRUE(log.contains("ERROR [TRANSFER] " + why)) << why;
         EXPECT_TRUE(log.contains(" json error code -1000")) << json;
         EXPECT_EQ(g_st_transfer.st_info, nullptr) << json;
+    }
+}
+
+// Start-up allocates lists and receiving-card queues by these counts: beyond their
+// limits the file is refused at load, with the member named.
+TEST_F(ConfigLoadTest, PoolSizesAboveTheirLimitsAreRefused) {
+    struct Case {
+        const char *member;
+        int64_t value;
+        bool loads;
+    };
+    for (const Case &c : {Case{"send_list_num", 64, true}, Case{"send_list_num", 65, false},
+                          Case{"send_list_num", 2147483647, false},
+                          Case{"monitor_list_num", 65, false}, Case{"send_thread_num", 1000, true},
+                          Case{"eth_max", 64, true}, Case{"eth_max", 65536, false},
+                          Case{"rvcard_max", 1024, true}, Case{"rvcard_max", 65536, false}}) {
+        SCOPED_TRACE(std::string(c.member) + " " + std::to_string(c.value));
+        // Every count 1 but the one under test.
+        auto m = [&c](const std::string &key) {
+            return "\"" + key + "\": " + std::to_string(key == c.member ? c.value : 1);
+        };
+        log.clear();
+        const int32_t ret = load(R"({"device": {}, "transfer_param": {)" + m("send_list_num") +
+                                 ", " + m("send_thread_num") + ", " + m("monitor_list_num") + ", " +
+                                 m("monitor_thread_num") + R"(}, "rvcard_param": {)" +
+                                 m("eth_max") + ", " + m("rvcard_max") + "}}");
+        if (c.loads) {
+            EXPECT_EQ(ret, 0);
+            continue;
+        }
+        EXPECT_EQ(ret, -1000);
+        EXPECT_TRUE(log.contains("\"" + std::string(c.member) + "\" " + std::to_string(c.value) +
+                                 " is above the limit of"));
+        EXPECT_TRUE(log.contains(" max num error code -1000"));
     }
 }
 

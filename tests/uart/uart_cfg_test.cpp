@@ -92,6 +92,34 @@ TEST_F(UartCfg, RefusedArgumentLeavesThePortAsItWas) {
     EXPECT_EQ(sdk_uart_read(static_cast<uint32_t>(fd_), buf, sizeof(buf), 0), 3);
 }
 
+// A pseudo-terminal keeps every character 8 bits wide without parity. Whatever the line
+// held before, a request gets the same answer, also right after the same request (the
+// bootloader's 8E1 on every run of the upgrade tool).
+TEST_F(UartCfg, SameRequestSameAnswerOnAPseudoTerminal) {
+    auto &log = sdk::test::log_capture();
+    log.clear();
+    struct Line {
+        int32_t speed;
+        speed_t code;
+        int32_t bits, stop, parity;
+    };
+    for (const Line &l : {Line{115200, B115200, 7, 1, 'e'}, Line{115200, B115200, 7, 1, 'E'},
+                          Line{115200, B115200, 8, 1, 'E'}, Line{9600, B9600, 5, 2, 'O'},
+                          Line{9600, B9600, 8, 1, 'n'}}) {
+        for (int round = 0; round < 2; ++round) {
+            SCOPED_TRACE(testing::Message()
+                         << l.speed << " " << l.bits << static_cast<char>(l.parity) << l.stop
+                         << " round " << round);
+            EXPECT_EQ(cfg(l.speed, 0, l.bits, l.stop, l.parity), 0);
+            const termios t = pty_.slave_attrs();
+            EXPECT_EQ(cfgetospeed(&t), l.code);
+            EXPECT_EQ((t.c_cflag & CSTOPB) != 0, l.stop == 2);
+            EXPECT_EQ(t.c_lflag & ICANON, 0u);
+        }
+    }
+    EXPECT_FALSE(log.contains("com set error!"));
+}
+
 TEST_F(UartCfg, FlowControl) {
     constexpr tcflag_t kSoft = IXON | IXOFF | IXANY;
     ASSERT_EQ(cfg(57600, 1, 8, 1, 'N'), 0);
