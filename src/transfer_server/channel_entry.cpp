@@ -113,9 +113,12 @@ int32_t setup_channel_entry(const BoardClass &cls, const EntryPlace &place, mio_
         return json_error();
     }
     const int32_t code = mio_json_getobjectitemint(entry, "packet_code_type");
-    if (code > PACKET_RECV) {
+    // Settled: 2 (PACKET_RECV) marks the engine's own receiving-card queues; a channel of
+    // that kind would take every request and never send one (its queue has no port), so
+    // such a file is refused when it is loaded, like any other value above 1.
+    if (code > PACKET_SENDER) {
         TLOGE("slot %d: %s entry %u has packet_code_type %d, at most %d", place.slot, section_name,
-              place.index, code, PACKET_RECV);
+              place.index, code, PACKET_SENDER);
         return json_error();
     }
 

@@ -101,11 +101,15 @@ TEST_F(Setup, MalformedEntriesStopTheMember) {
         EXPECT_TRUE(log().contains("ERROR [TRANSFER] slot 102: fpga entry 0: " + why)) << why;
         EXPECT_TRUE(log().contains(" json error code -1000")) << e;
     }
-    ASSERT_EQ(load(config(R"(, "report": [{"slot": 102, "fpga": [)" +
-                          entry(0, 2, "a", 1, R"(, "packet_code_type": 3)") + "]}]")),
-              0);
-    EXPECT_EQ(sdk_report_transfer_init(root()), -1000);
-    EXPECT_TRUE(log().contains("slot 102: fpga entry 0 has packet_code_type 3, at most 2"));
+    for (const char *code : {"2", "3"}) {
+        ASSERT_EQ(load(config(R"(, "report": [{"slot": 102, "fpga": [)" +
+                              entry(0, 2, "a", 1, std::string(R"(, "packet_code_type": )") + code) +
+                              "]}]")),
+                  0);
+        EXPECT_EQ(sdk_report_transfer_init(root()), -1000) << code;
+        EXPECT_TRUE(log().contains(std::string("slot 102: fpga entry 0 has packet_code_type ") +
+                                   code + ", at most 1"));
+    }
 
     const std::pair<std::string, std::string> bad_boards[] = {
         {R"([{"fpga": []}])", R"("report" entry 0: "slot" is missing)"},
@@ -197,7 +201,7 @@ TEST_F(Setup, SectionRowsAndRecordFields) {
     // A board with only "mcu": its rows follow the "fpga" count of its class map (0 here).
     ASSERT_EQ(load(config(R"(, "maincards": [{"slot": 100, "fpga": [)" + entry(4, 2) + "," +
                           entry(5, 2) + R"(]}], "backplane": [{"slot": 101, "mcu": [)" +
-                          entry(1, 2, "b", 1, R"(, "packet_code_type": 2)") + "]}]")),
+                          entry(1, 2, "b", 1, R"(, "packet_code_type": 1)") + "]}]")),
               0);
     EXPECT_EQ(sdk_maincards_transfer_init(root()), 0);
     EXPECT_EQ(sdk_backplane_transfer_init(root()), 0);
@@ -210,7 +214,7 @@ TEST_F(Setup, SectionRowsAndRecordFields) {
     EXPECT_EQ(back.n_step[0], 1);  // mcu row 0 + the 0 "fpga" rows
     EXPECT_EQ(channel(29).n_slot, 101);
     EXPECT_EQ(channel(29).n_section, MCU);
-    EXPECT_EQ(channel(29).e_packet_code_type, PACKET_RECV);
+    EXPECT_EQ(channel(29).e_packet_code_type, PACKET_SENDER);
     EXPECT_TRUE(log().contains("INFO [TRANSFER] n_transfer_id 29  n_section_offset 0"));
 
     // A board with both arrays after one with only "fpga" of three entries.

@@ -59,7 +59,7 @@ TEST_F(Chassis, EveryConfiguredChannelIsOpenAndReachable) {
         {3, 100, MCU, UDP, PACKET_VIDEO, "127.0.0.3", 6000},
         {4, 1, FPGA, UDP, PACKET_VIDEO, "127.0.1.1", 6001},
         {5, 1, MCU, UDP, PACKET_VIDEO, "127.0.1.1", 6002},
-        {8, 3, FPGA, UDP, PACKET_RECV, "127.0.1.3", 6001},
+        {8, 3, FPGA, UDP, PACKET_SENDER, "127.0.1.3", 6001},
         {9, 3, MCU, REPORT_UDP, PACKET_VIDEO, "127.0.1.3", 6100},
         {12, 101, FPGA, UDP, PACKET_VIDEO, "127.0.2.1", 6003},
         {13, 101, MCU, UART, PACKET_VIDEO, "", 0},

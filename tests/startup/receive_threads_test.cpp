@@ -204,6 +204,7 @@ TEST_F(ReceiveThreads, HostProgramsAnMcuOnALineTheEngineReads) {
     std::string path = server.slave_path();
     g_isp_fd = sdk_uart_init(reinterpret_cast<int8_t *>(path.data()), 115200);
     ASSERT_GE(g_isp_fd, 0);
+    ASSERT_EQ(sdk_uart_cfg(g_isp_fd, 115200, 0, 8, 1, 'E'), 0);  // 8E1, as the bootloader wants
     swap_line(35, g_isp_fd);
     std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the thread watches it
 
