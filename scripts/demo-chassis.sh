@@ -3,15 +3,18 @@
 #   demo-chassis.sh BUILD_DIR
 # Starts a simulated chassis (board_sim: main card, three sub cards with a sender card and
 # its receiving cards, the backplane MCU on a serial pty, report channels; isp_sim_pty: an
-# MCU bootloader on a pty) and drives it with transfer_tool and mcu_upgrade.
+# MCU bootloader on a pty) and drives it with transfer_tool and mcu_upgrade. Every command
+# is shown as it can be typed from the project root (inside such a namespace, with the
+# simulators running).
 set -uo pipefail
 build=$(cd "${1:?build directory}" && pwd)
 cd "$(dirname "$0")/.."
+rel=${build#"$PWD"/}  # the build directory as seen from the project root
 work=/tmp/transfer-demo
 rm -rf "$work"
 mkdir -p "$work"
-export TRANSFER_CONFIG=$PWD/config/demo_transfer.json
-export TRANSFER_ZLOG_CONFIG=$PWD/config/demo_zlog.conf
+export TRANSFER_CONFIG=config/demo_transfer.json
+export TRANSFER_ZLOG_CONFIG=config/demo_zlog.conf
 tool=$build/tools/transfer_tool/transfer_tool
 upgrade=$build/tools/mcu_upgrade/mcu_upgrade
 pids=()
@@ -22,10 +25,12 @@ cleanup() {
 trap cleanup EXIT
 
 step() { printf '\n== %s\n' "$*"; }
-# Shows a command, runs it, and shows its exit status when it is not 0.
+show() { local text="$*"; printf '$ %s\n' "${text//"$build"/$rel}"; }
+# Shows a command (leading NAME=VALUE words are its environment), runs it, and shows its
+# exit status when it is not 0.
 run() {
-    printf '$ %s\n' "${*/#$build\//}"
-    "$@"
+    show "$@"
+    env "$@"
     local status=$?
     [ $status -eq 0 ] || printf '(exit status %d)\n' "$status"
     return 0
@@ -40,13 +45,16 @@ wait_for_line() {  # file, text
 }
 
 step "Simulated chassis on loopback (board_sim)"
-"$build/tools/board_sim/board_sim" \
-    --udp 127.0.0.2:6000 --udp 127.0.0.3:6000 \
-    --udp 127.0.1.1:6000 --udp 127.0.2.1:6000 \
-    --udp 127.0.1.3:6000 --udp 127.0.2.3:6000 \
-    --pty "$work/backplane" --serial-split --serial-noise 20 \
-    --report 127.0.0.2:6100:6100:400 --serial-report "$work/backplane:600" \
-    >"$work/board_sim.out" &
+show mkdir -p "$work"
+show export TRANSFER_CONFIG=$TRANSFER_CONFIG TRANSFER_ZLOG_CONFIG=$TRANSFER_ZLOG_CONFIG
+sim=("$build/tools/board_sim/board_sim"
+    --udp 127.0.0.2:6000 --udp 127.0.0.3:6000
+    --udp 127.0.1.1:6000 --udp 127.0.2.1:6000
+    --udp 127.0.1.3:6000 --udp 127.0.2.3:6000
+    --pty "$work/backplane" --serial-split --serial-noise 20
+    --report 127.0.0.2:6100:6100:400 --serial-report "$work/backplane:600" --trace)
+show "${sim[@]}" ">$work/board_sim.out &"
+"${sim[@]}" >"$work/board_sim.out" &
 pids+=($!)
 wait_for_line "$work/board_sim.out" ready
 cat <<TEXT
@@ -55,7 +63,8 @@ sub card 1: sender card (FPGA 127.0.1.1, receiving cards behind it), MCU 127.0.2
 sub card 2: configured, but no board answers (127.0.1.2 / 127.0.2.2)
 sub card 3: FPGA 127.0.1.3, MCU 127.0.2.3
 backplane (slot 101): MCU on the serial line $work/backplane (replies in pieces, noise)
-configuration: config/demo_transfer.json, log: $work/transfer.log
+configuration: $TRANSFER_CONFIG, log: $work/transfer.log
+board_sim traces every request it receives in $work/board_sim.out
 TEXT
 
 step "Write and read back a main-card FPGA register"
@@ -71,19 +80,23 @@ run "$tool" -s 101 -D 1 -R 0x0040 -E 1 -L 3 -d 0x01 0x02 0x03
 run "$tool" -s 101 -D 1 -R 0x0040 -E 0 -L 3
 
 step "Receiving card 3 behind port 0 of the sender card: write without acknowledgement, confirmed by polling, then read"
+seen=$(wc -l <"$work/board_sim.out")
 run "$tool" -s 1 -D 0 -B 2 -e 0 -r 3 -R 0x44 -E 1 -A 1 -L 2 -d 0xca 0xfe
+echo "what the sender card saw meanwhile (board_sim --trace):"
+tail -n +$((seen + 1)) "$work/board_sim.out" | grep '127.0.1.1:6000' | sed 's/^/  /'
 run "$tool" -s 1 -D 0 -B 2 -e 0 -r 3 -R 0x44 -E 0 -L 2
 
 step "A board that does not answer: 200 ms per attempt, one retransmission"
-TRANSFER_TIMEOUT_MS=200 TRANSFER_RETRIES=1 run "$tool" -s 2 -D 1 -R 0x10 -E 0 -L 4
+run TRANSFER_TIMEOUT_MS=200 TRANSFER_RETRIES=1 "$tool" -s 2 -D 1 -R 0x10 -E 0 -L 4
 
 step "Reports from the main card's report channel and from the backplane's serial line"
-TRANSFER_REPORT_WAIT_MS=1500 run "$tool" -s 100 -D 0 -R 0x1000 -E 0 -L 4
+run TRANSFER_REPORT_WAIT_MS=1500 "$tool" -s 100 -D 0 -R 0x1000 -E 0 -L 4
 
 step "Firmware upgrade of an MCU through its serial bootloader (isp_sim_pty)"
 head -c 49152 /dev/urandom >"$work/firmware.bin"
-"$build/tools/isp_sim/isp_sim_pty" --dump "$work/flash.bin" --exit-with-parent \
-    >"$work/isp_sim.out" 2>&1 &
+isp_cmd=("$build/tools/isp_sim/isp_sim_pty" --dump "$work/flash.bin" --exit-with-parent)
+show "${isp_cmd[@]}" ">$work/isp_sim.out &   # its first line is the device"
+"${isp_cmd[@]}" >"$work/isp_sim.out" 2>&1 &
 isp=$!
 pids+=($isp)
 wait_for_line "$work/isp_sim.out" /dev/
@@ -102,3 +115,5 @@ kill "${pids[0]}"
 wait "${pids[0]}" 2>/dev/null
 tail -n1 "$work/board_sim.out"
 echo "library log: $(wc -l <"$work/transfer.log") lines in $work/transfer.log"
+echo "To type the commands above yourself: start a shell in such a namespace from the project"
+echo "root (tests/support/netns_run.sh bash), then the mkdir, the export, board_sim and the tools."

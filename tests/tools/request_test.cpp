@@ -79,6 +79,13 @@ TEST(TransferToolRequest, AddressAndTlvRequests) {
     ASSERT_EQ(build({"-s", "1", "-L", "16", "-P", "out.bin"}, &r), "");
     EXPECT_EQ(r.output_file, "out.bin");
     EXPECT_EQ(r.op.n_read_len, 16u);
+
+    // Numbers in base 0 as the library's parser reads them.
+    ASSERT_EQ(build({"-s", "0x64", "-R", "010", "--length=0x10", "-e", "0377"}, &r), "");
+    EXPECT_EQ(r.op.n_slot, 100u);
+    EXPECT_EQ(r.op.st_addr_param.n_addr, 8u);
+    EXPECT_EQ(r.op.n_read_len, 16u);
+    EXPECT_EQ(r.op.n_mode_id, 0xffu);
 }
 
 TEST(TransferToolRequest, ReceivingCardRequests) {
@@ -107,25 +114,58 @@ TEST(TransferToolRequest, ReceivingCardRequests) {
 }
 
 TEST(TransferToolRequest, RefusedCommandLines) {
-    Request r;
-    EXPECT_EQ(build({"-R", "1"}, &r), "no slot: give -s");
-    EXPECT_EQ(build({"-s", "x1"}, &r), "bad slot 'x1'");
-    EXPECT_EQ(build({"-s", "1", "-B", "3"}, &r).rfind("-B", 0), 0u);
-    EXPECT_EQ(build({"-s", "1", "-D", "2"}, &r).rfind("-D", 0), 0u);
-    EXPECT_EQ(build({"-s", "1", "-E", "1"}, &r), "nothing to write: give -d values, -P file or -L");
-    EXPECT_EQ(build({"-s", "1", "-E", "1", "-L", "1", "-d", "1", "2"}, &r),
-              "2 data values but -L 1");
-    EXPECT_EQ(build({"-s", "1", "-E", "1", "-d", "1", "-P", "f"}, &r, {1}),
-              "give the data with -d or -P, not both");
-    EXPECT_EQ(build({"-s", "1", "-E", "1", "-L", "4", "-P", "f"}, &r, {1}),
-              "the file of -P has 1 bytes, fewer than -L 4");
-    EXPECT_EQ(build({"-s", "1", "-L", "8997"}, &r), "-L: at most 8996 bytes");
-    EXPECT_EQ(build({"-s", "1", "-d", "0x100"}, &r),
-              "data value '0x100' is not a byte (0 to 0xff)");
-    EXPECT_EQ(build({"-s", "1", "-x"}, &r), "unknown option -x");
-    EXPECT_EQ(build({"-s", "1", "extra"}, &r),
-              "unexpected argument 'extra' (data values follow -d)");
-    EXPECT_EQ(build({"-s"}, &r), "option -s needs a value");
+    // Each command line and the start of its message. Numbers are taken whole and in range,
+    // texts only when they fit their field: the library's parser would store "abc" as 0,
+    // "4x" as 4, "-5" as 0xfffffffb, and cut a long slot or path.
+    const std::string long_slot = "0000" + std::string(508, '0') + "7";  // 0 once cut
+    const std::string long_path = "/tmp/" + std::string(250, 'p');
+    struct Case {
+        std::vector<std::string> args;
+        std::string message;
+        std::vector<uint8_t> file = {};
+    };
+    const Case cases[] = {
+        {{"-R", "1"}, "no slot: give -s"},
+        {{"-s", "x1"}, "bad slot 'x1'"},
+        {{"-s", "1", "-E", "1"}, "nothing to write: give -d values, -P file or -L"},
+        {{"-s", "1", "-E", "1", "-L", "1", "-d", "1", "2"}, "2 data values but -L 1"},
+        {{"-s", "1", "-E", "1", "-d", "1", "-P", "f"},
+         "give the data with -d or -P, not both",
+         {1}},
+        {{"-s", "1", "-E", "1", "-L", "4", "-P", "f"},
+         "the file of -P has 1 bytes, fewer than -L 4",
+         {1}},
+        {{"-s", "1", "-L", "8997"}, "-L: at most 8996 bytes"},
+        {{"-s", "1", "-E", "1", "-L", "8969", "-d", "1"}, "-L: a write carries at most 8968 bytes"},
+        {{"-s", "1", "-B", "2", "-E", "1", "-L", "8963"}, "-L: a write carries at most 8962 bytes"},
+        {{"-s", "1", "-d", "0x100"}, "data value '0x100' is not a byte (0 to 0xff)"},
+        {{"-s", "1", "-x"}, "unknown option -x"},
+        {{"-s", "1", "extra"}, "unexpected argument 'extra' (data values follow -d)"},
+        {{"-s"}, "option -s needs a value"},
+        {{"-s", "1", "-L", "abc"}, "-L 'abc': must be a number from 0 to 0xffffffff"},
+        {{"-s", "1", "-L", "4x"}, "-L '4x': must be"},
+        {{"-s", "1", "--length=4294967296"}, "-L '4294967296': must be"},
+        {{"-s", "1", "-L", "08"}, "-L '08': must be"},
+        {{"-s", "1", "-R", "zz"}, "-R 'zz': must be"},
+        {{"-s", "1", "-R", "-5"}, "-R '-5': must be"},
+        {{"-s", "1", "-R", " 5"}, "-R ' 5': must be"},
+        {{"-s", "1", "-C", "-1"}, "-C '-1': must be a number from 1 to 4294967295"},
+        {{"-s", "1", "-C", "0"}, "-C '0': must be"},
+        {{"-s", "1", "-e", "256"}, "-e '256': must be a number from 0 to 0xff"},
+        {{"-s", "1", "-r", "0x10000"}, "-r '0x10000': must be a number from 0 to 0xffff"},
+        {{"-s", "1", "-E", "2"}, "-E '2': must be 0 (read) or 1 (write)"},
+        {{"-s", "1", "-B", "3"}, "-B '3': must be 0 (address), 1 (TLV) or 2 (receiving card)"},
+        {{"-s", "1", "-D", "2"}, "-D '2': must be 0 (FPGA) or 1 (MCU)"},
+        {{"-s", "1", "-A", "2"}, "-A '2': must be 0 (ack) or 1 (no ack)"},
+        {{"-s", long_slot}, "-s: the slot identifier has 513 characters, at most 511 fit"},
+        {{"-s", "1", "-P", long_path}, "-P: the path has 255 characters, at most 254 fit"},
+    };
+    for (const auto &c : cases) {
+        Request r;
+        const std::string message = build(c.args, &r, c.file);
+        EXPECT_EQ(message.rfind(c.message, 0), 0u)
+            << c.args[0] << " " << c.args.back() << ": " << message;
+    }
 }
 
 TEST(TransferToolRequest, RepliesWithAndWithoutErrorCode) {

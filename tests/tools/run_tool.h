@@ -20,10 +20,13 @@ extern char **environ;
 
 namespace tools_test {
 
-// $TRANSFER_BINARY_DIR/tools/<name>/<name>; "" outside ctest.
+// $TRANSFER_BINARY_DIR/tools/<name>/<name>, or /tools/<name> for a name with its folder
+// ("isp_sim/isp_sim_pty"); "" outside ctest.
 inline std::string tool_path(const std::string &name) {
     const char *dir = getenv("TRANSFER_BINARY_DIR");
-    return dir != nullptr ? std::string(dir) + "/tools/" + name + "/" + name : std::string();
+    if (dir == nullptr) return std::string();
+    const std::string tools = std::string(dir) + "/tools/";
+    return name.find('/') != std::string::npos ? tools + name : tools + name + "/" + name;
 }
 
 struct Run {

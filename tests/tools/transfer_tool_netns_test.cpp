@@ -51,7 +51,7 @@ class TransferTool : public testing::Test {
 }  // namespace
 
 TEST_F(TransferTool, WritesAndReadsBackRegisters) {
-    sdk::test::SimProcess sim({"--udp", "127.0.0.2:6300", "--udp", "127.0.0.3:6300"});
+    sdk::test::SimProcess sim({"--udp", "127.0.0.2:6300", "--udp", "127.0.0.3:6300", "--trace"});
     ASSERT_TRUE(sim.wait_ready());
 
     auto run =
@@ -83,6 +83,25 @@ TEST_F(TransferTool, WritesAndReadsBackRegisters) {
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out.find("board error code"), std::string::npos) << run.out;
     EXPECT_EQ(tools_test::slurp(out), std::string("\x01\x02\x03\xff", 4));
+
+    // A reply that cannot be saved is an error, not a success.
+    run = tool({"-s", "100", "-R", "0x1000", "-L", "2", "-P", "/dev/full"});
+    EXPECT_EQ(run.status, 1) << run.out << run.err;
+    EXPECT_NE(run.err.find("cannot write /dev/full: No space left on device"), std::string::npos)
+        << run.err;
+    EXPECT_EQ(run.out.find("written to"), std::string::npos) << run.out;
+
+    // A write without acknowledgement is confirmed by polling the card, which the simulator
+    // traces.
+    run = tool({"-s", "100", "-B", "2", "-e", "1", "-r", "5", "-R", "0x40", "-E", "1", "-A", "1",
+                "-d", "7"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::string line;
+    do
+        line = sim.line();
+    while (!line.empty() &&
+           line.find("poll of receiving card 5 behind port 1") == std::string::npos);
+    EXPECT_NE(line, "") << "no poll traced";
 }
 
 TEST_F(TransferTool, TimeOutsRefusalsAndStartUpFailures) {
@@ -106,4 +125,35 @@ TEST_F(TransferTool, TimeOutsRefusalsAndStartUpFailures) {
     run = tool({"-s", "100", "-R"});
     EXPECT_EQ(run.status, 2);
     EXPECT_NE(run.err.find("TRANSFER_CONFIG"), std::string::npos) << run.err;
+
+    // Refused before anything is sent: inputs that are not regular files, a path that does
+    // not fit, a device index the board does not have (routing would take another device).
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string message;
+    } refused[] = {
+        {{"-s", "100", "-E", "1", "-P", dir_.path()}, 1, " is not a regular file"},
+        {{"-s", "100", "-E", "1", "-P", "/dev/zero"}, 1, "/dev/zero is not a regular file"},
+        {{"-s", "100", "-P", dir_.path() + "/" + std::string(260, 'p')}, 2, "at most 254 fit"},
+        {{"-s", "100", "-e", "5"}, 3, "slot 100 has 1 FPGA in the configuration"},
+        {{"-s", "1", "-D", "0"}, 3, "slot 1 has no FPGA in the configuration"},
+    };
+    for (const auto &r : refused) {
+        run = tool(r.args, {"TRANSFER_TIMEOUT_MS=100", "TRANSFER_RETRIES=0"});
+        EXPECT_EQ(run.status, r.status) << r.message << ": " << run.err;
+        EXPECT_NE(run.err.find(r.message), std::string::npos) << run.err;
+    }
+
+    // A configured serial device that is missing is named once, on standard error.
+    const std::string serial = dir_.write("serial.json", R"({
+      "device": {"backplane": {"slot_num": 1, "type_num": 1, "min_slot": 101, "max_slot": 101,
+                               "id_offset": 0}},
+      "backplane": [{"slot": 101, "mcu": [{"id_offset": 0, "type": 10,
+                                           "ip": "/nonexistent/ttyTOOL", "port": 115200}]}]})");
+    run = tool({"-s", "101", "-D", "1", "-R", "0x10"}, {"TRANSFER_CONFIG=" + serial});
+    EXPECT_EQ(run.status, 3) << run.err;
+    const size_t named = run.err.find("/nonexistent/ttyTOOL");
+    EXPECT_NE(named, std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find("/nonexistent/ttyTOOL", named + 1), std::string::npos) << run.err;
 }

@@ -17,7 +17,10 @@ std::vector<uint8_t> Board::handle(const uint8_t *p, size_t n, Stats *stats) {
 
     // The library polls without regard to how the polled write was sent, so a poll is
     // always answered.
-    if (is_poll(r)) return build_reply(r, 0, kPollDone.data(), kPollDone.size());
+    if (is_poll(r)) {
+        ++stats->polls;
+        return build_reply(r, 0, kPollDone.data(), kPollDone.size());
+    }
 
     if (r.write) {
         registers_.write(space_of(r), r.addr, r.data, r.data_len);

@@ -20,6 +20,7 @@ struct Stats {
     uint64_t unsolicited = 0;  // extra frames with an unknown label
     uint64_t reports = 0;
     uint64_t noise = 0;  // bursts of noise written before serial replies
+    uint64_t polls = 0;  // polls of receiving cards (also counted in requests)
     uint64_t send_errors = 0;
 };
 

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -41,25 +42,27 @@ void usage(FILE *out) {
         "                         a report frame every INTERVAL_MS inside the serial stream\n"
         "                         of the --pty board LINK (repeatable)\n"
         "  --serial-split         write serial replies in random pieces with short pauses\n"
-        "  --serial-noise PCT     precede PCT %% of the serial replies with 1..8 noise bytes\n"
+        "  --serial-noise PCT     precede PCT % of the serial replies with 1..8 noise bytes\n"
         "  --report IP:PORT:PEER_PORT:INTERVAL_MS[:PEER_IP]\n"
         "                         send a report frame every INTERVAL_MS from IP:PORT to\n"
         "                         PEER_IP:PEER_PORT (PEER_IP defaults to 127.0.0.1;\n"
         "                         repeatable). Shares the socket of a --udp board on IP:PORT\n"
-        "  --drop PCT             withhold PCT %% of the replies\n"
-        "  --dup PCT              send PCT %% of the replies twice\n"
+        "  --drop PCT             withhold PCT % of the replies\n"
+        "  --dup PCT              send PCT % of the replies twice\n"
         "  --delay-ms N           send every reply N milliseconds late\n"
-        "  --corrupt PCT          spoil the frame length, body type or label of PCT %%\n"
-        "  --unsolicited PCT      after PCT %% of the replies also send one with an unknown label\n"
+        "  --corrupt PCT          spoil the frame length, body type or label of PCT %\n"
+        "  --unsolicited PCT      after PCT % of the replies also send one with an unknown label\n"
         "  --no-reply-write       store acknowledged writes but never answer them\n"
         "  --seed N               seed of the fault decisions (default 1)\n"
         "  --duration S           exit after S seconds (default: until SIGTERM or SIGINT)\n"
-        "  --help                 this text\n"
+        "  --trace                one line per request received, after \"ready\": the\n"
+        "                         board, the label and what was asked (polls included)\n"
+        "  -h, --help             this text\n"
         "SIGUSR1 makes every report source send one report at once.\n"
         "Reads answer with the bytes asked for (zeros where never written); writes are\n"
         "stored per board, per device and per receiving card. Only requests asking for an\n"
         "acknowledgement are answered, except polls of register 0x02000200, answered 01 00.\n"
-        "On exit one line: stats requests=.. replies=.. bad=.. dropped=.. ... noise=..\n",
+        "On exit one line: stats requests=.. replies=.. bad=.. dropped=.. ... polls=..\n",
         out);
 }
 
@@ -99,9 +102,7 @@ int fail(const std::string &message) {
     return 2;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int simulate(int argc, char **argv) {
     enum {
         kUdp = 1,
         kReport,
@@ -117,7 +118,8 @@ int main(int argc, char **argv) {
         kSerialReport,
         kSerialSplit,
         kSerialNoise,
-        kHelp
+        kTrace,
+        kHelp = 'h'
     };
     static const option options[] = {
         {"udp", required_argument, nullptr, kUdp},
@@ -134,6 +136,7 @@ int main(int argc, char **argv) {
         {"serial-report", required_argument, nullptr, kSerialReport},
         {"serial-split", no_argument, nullptr, kSerialSplit},
         {"serial-noise", required_argument, nullptr, kSerialNoise},
+        {"trace", no_argument, nullptr, kTrace},
         {"help", no_argument, nullptr, kHelp},
         {nullptr, 0, nullptr, 0},
     };
@@ -147,7 +150,8 @@ int main(int argc, char **argv) {
     double duration = 0;
     double value = 0;
     int c;
-    while ((c = getopt_long(argc, argv, "", options, nullptr)) != -1) {
+    bool trace = false;
+    while ((c = getopt_long(argc, argv, "h", options, nullptr)) != -1) {
         std::string arg = optarg != nullptr ? optarg : "";
         switch (c) {
             case kUdp: {
@@ -213,6 +217,9 @@ int main(int argc, char **argv) {
                 if (!parse_number(arg.c_str(), 1e9, &duration))
                     return fail("bad --duration " + arg);
                 break;
+            case kTrace:
+                trace = true;
+                break;
             case kHelp:
                 usage(stdout);
                 return 0;
@@ -258,8 +265,22 @@ int main(int argc, char **argv) {
 
     printf("ready\n");
     fflush(stdout);
+    if (trace) sim.set_trace(stdout);
     sim.run(&g_stop, duration, &wait_mask, &g_report_now);
     printf("%s\n", board_sim::format_stats(sim.stats()).c_str());
     fflush(stdout);
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return simulate(argc, argv);
+    } catch (const std::exception &e) {
+        fprintf(stderr, "board_sim: %s\n", e.what());
+    } catch (...) {
+        fprintf(stderr, "board_sim: unexpected failure\n");
+    }
+    return 1;
 }

@@ -1,5 +1,6 @@
 #include "board_sim/frame.h"
 
+#include <cstdio>
 #include <cstring>
 
 #include "common/bytes.h"
@@ -122,6 +123,31 @@ ParseError parse_request(const uint8_t *p, size_t n, Request *out) {
 
 bool is_poll(const Request &r) {
     return r.body == BodyKind::kRvcard && !r.write && r.addr == kPollRegister;
+}
+
+std::string describe(const Request &r) {
+    char line[160];
+    const auto at = static_cast<size_t>(snprintf(line, sizeof line, "label %u: ", r.label));
+    if (is_poll(r)) {
+        snprintf(line + at, sizeof line - at, "poll of receiving card %u behind port %u", r.card,
+                 r.port);
+        return line;
+    }
+    if (r.write)
+        snprintf(line + at, sizeof line - at, "write %zu byte%s at 0x%08x", r.data_len,
+                 r.data_len == 1 ? "" : "s", r.addr);
+    else
+        snprintf(line + at, sizeof line - at, "read %d byte%s at 0x%08x", r.read_len,
+                 r.read_len == 1 ? "" : "s", r.addr);
+    std::string text = line;
+    if (r.body == BodyKind::kRvcard)
+        text += " of receiving card " + std::to_string(r.card) + " behind port " +
+                std::to_string(r.port);
+    else
+        text += std::string(" of ") + (r.device_type() == 1 ? "MCU " : "FPGA ") +
+                std::to_string(r.device_index());
+    if (!r.ack) text += ", no ack";
+    return text;
 }
 
 std::vector<uint8_t> build_reply(const Request &r, int16_t err, const uint8_t *data, size_t n) {

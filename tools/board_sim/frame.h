@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace board_sim {
@@ -64,6 +65,10 @@ ParseError parse_request(const uint8_t *p, size_t n, Request *out);
 
 // A read of the poll register through a receiving-card body.
 bool is_poll(const Request &r);
+
+// One line about a request: "label 7: poll of receiving card 3 behind port 0",
+// "label 8: write 2 bytes at 0x00000044 of receiving card 3 behind port 0, no ack".
+std::string describe(const Request &r);
 
 // The reply to `r` carrying `n` data bytes: the address/TLV layout with error code `err`,
 // or the receiving-card layout (header B names the port as a DEVICE_ETH index).

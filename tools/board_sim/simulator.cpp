@@ -95,6 +95,11 @@ void Simulator::send(size_t endpoint, const std::vector<uint8_t> &frame, const s
 void Simulator::on_frame(size_t endpoint, const uint8_t *p, size_t n, const sockaddr_in &from) {
     int b = endpoints_[endpoint].board;
     if (b < 0) return;  // a report-only socket answers nothing
+    Request r;
+    if (trace_ != nullptr && parse_request(p, n, &r) == ParseError::kNone) {
+        fprintf(trace_, "%s: %s\n", endpoints_[endpoint].key.c_str(), describe(r).c_str());
+        fflush(trace_);
+    }
     std::vector<uint8_t> reply = boards_[static_cast<size_t>(b)].board.handle(p, n, &stats_);
     if (reply.empty()) return;
     auto frames = faults_.apply(reply, &stats_);
@@ -176,13 +181,13 @@ void Simulator::run(const volatile sig_atomic_t *stop, double duration_s, const 
 }
 
 std::string format_stats(const Stats &s) {
-    char line[320];
+    char line[400];
     snprintf(line, sizeof line,
              "stats requests=%" PRIu64 " replies=%" PRIu64 " bad=%" PRIu64 " dropped=%" PRIu64
              " duplicated=%" PRIu64 " corrupted=%" PRIu64 " unsolicited=%" PRIu64
-             " reports=%" PRIu64 " noise=%" PRIu64 " send_errors=%" PRIu64,
+             " reports=%" PRIu64 " noise=%" PRIu64 " send_errors=%" PRIu64 " polls=%" PRIu64,
              s.requests, s.replies, s.bad, s.dropped, s.duplicated, s.corrupted, s.unsolicited,
-             s.reports, s.noise, s.send_errors);
+             s.reports, s.noise, s.send_errors, s.polls);
     return line;
 }
 

@@ -6,8 +6,9 @@
 #include <signal.h>
 
 #include <chrono>
-#include <functional>
 #include <cstdint>
+#include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -46,6 +47,10 @@ class Simulator {
              volatile sig_atomic_t *report_now = nullptr);
 
     Stats stats() const;
+
+    // Every well-formed request is described on `out` ("<endpoint>: label ..: ..."), one
+    // flushed line each; nullptr (the default) for none.
+    void set_trace(FILE *out) { trace_ = out; }
 
   private:
     using Clock = std::chrono::steady_clock;
@@ -86,6 +91,7 @@ class Simulator {
     std::vector<BoardSlot> boards_;
     std::vector<Report> reports_;
     std::multimap<Clock::time_point, Pending> pending_;
+    FILE *trace_ = nullptr;
 };
 
 std::string format_stats(const Stats &s);

@@ -83,9 +83,23 @@ static void show_frame(const char *title, transfer_op_t op, uint8_t *wdata, uint
     dump(line, frame, len);
 }
 
+static void usage(FILE *out) {
+    fputs(
+        "Usage: example_host <transfer.json> [zlog.conf]\n"
+        "A small host of the library: loads the transfer configuration, opens its channels\n"
+        "(main cards, sub cards 1 and 2, backplane), prints the channel table and dumps the\n"
+        "frames of a few requests without sending them. With zlog.conf the library logs.\n"
+        "  -h, --help  this text\n",
+        out);
+}
+
 int main(int argc, char **argv) {
-    if (argc < 2) {
-        fprintf(stderr, "usage: %s <transfer.json> [zlog.conf]\n", argv[0]);
+    if (argc > 1 && (strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "--help") == 0)) {
+        usage(stdout);
+        return 0;
+    }
+    if (argc < 2 || argc > 3 || argv[1][0] == '-') {
+        usage(stderr);
         return 2;
     }
     if (argc > 2) {

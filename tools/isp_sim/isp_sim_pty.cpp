@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <string>
 
 #include "isp_sim/pty_server.h"
@@ -29,6 +30,9 @@ void on_dump(int) {
 void usage(FILE *out) {
     fputs(
         "Usage: isp_sim_pty [OPTION...]\n"
+        "A simulated MCU serial bootloader (with its flash) served on a new pseudo-terminal,\n"
+        "for trying mcu_upgrade without a board. The first line printed is the device to\n"
+        "pass to mcu_upgrade (e.g. /dev/pts/3); it serves until SIGTERM or SIGINT.\n"
         "  --part NAME             stm32h750 (default), gd32f303, gd32f470, gd32e503\n"
         "  --pid N                 Get ID product identifier\n"
         "  --gd-id HEX|none        GD32 identifier bytes (e.g. 33564546), none: refused\n"
@@ -40,7 +44,8 @@ void usage(FILE *out) {
         "  --flash-size N          simulated flash size in bytes (default 1 MiB)\n"
         "  --page-size N           erase page size in bytes\n"
         "  --dump FILE             write the flash to FILE at exit and on SIGUSR1\n"
-        "  --exit-with-parent      exit when the parent process ends\n",
+        "  --exit-with-parent      exit when the parent process ends\n"
+        "  -h, --help              this text\n",
         out);
 }
 
@@ -66,9 +71,7 @@ bool parse_number(const char *text, unsigned long *out) {
     return errno == 0 && end != text && *end == 0;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int serve(int argc, char **argv) {
     enum {
         kPart = 1,
         kPid,
@@ -82,7 +85,7 @@ int main(int argc, char **argv) {
         kPageSize,
         kDump,
         kExitWithParent,
-        kHelp
+        kHelp = 'h'
     };
     static const option options[] = {
         {"part", required_argument, nullptr, kPart},
@@ -104,7 +107,7 @@ int main(int argc, char **argv) {
     std::string dump_path;
     bool exit_with_parent = false;
     int opt;
-    while ((opt = getopt_long(argc, argv, "", options, nullptr)) != -1) {
+    while ((opt = getopt_long(argc, argv, "h", options, nullptr)) != -1) {
         unsigned long n = 0;
         bool ok = true;
         switch (opt) {
@@ -187,4 +190,17 @@ int main(int argc, char **argv) {
     server.run();
     g_server = nullptr;
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return serve(argc, argv);
+    } catch (const std::exception &e) {
+        fprintf(stderr, "isp_sim_pty: %s\n", e.what());
+    } catch (...) {
+        fprintf(stderr, "isp_sim_pty: unexpected failure\n");
+    }
+    return 1;
 }

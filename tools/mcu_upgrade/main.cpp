@@ -9,11 +9,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <exception>
 #include <string>
 #include <vector>
 
+#include "common/cli.h"
 #include "isp.h"
 #include "mcu_upgrade/options.h"
 #include "mcu_upgrade/progress.h"
@@ -62,18 +62,15 @@ void on_signal(int sig) {
 }
 
 bool load_image(const upgrade_mcu_t &cmd, std::vector<uint8_t> *image, std::string *error) {
-    std::ifstream in(cmd.file_path, std::ios::binary);
-    if (!in) {
-        *error = std::string("cannot read ") + cmd.file_path + ": " + strerror(errno);
+    // -l (at most kMaxImage) bounds the read; without it the file must fit the flash.
+    if (!tool_common::read_file(cmd.file_path, kMaxImage, "fit the flash (or give -l)", image,
+                                error, cmd.n_size != 0 ? cmd.n_size : tool_common::kWholeFile))
         return false;
-    }
-    image->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     if (cmd.n_size > image->size()) {
         *error = "-l " + std::to_string(cmd.n_size) + " is more than the " +
                  std::to_string(image->size()) + " bytes of " + cmd.file_path;
         return false;
     }
-    if (cmd.n_size != 0) image->resize(cmd.n_size);
     if (image->empty()) {
         *error = std::string(cmd.file_path) + " is empty";
         return false;
@@ -81,9 +78,8 @@ bool load_image(const upgrade_mcu_t &cmd, std::vector<uint8_t> *image, std::stri
     return true;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int upgrade_main(int argc, char **argv) {
+    const auto started = std::chrono::steady_clock::now();
     Settings s;
     std::string error;
     if (!parse(argc, argv, &s, &error)) return usage_error(error);
@@ -103,13 +99,13 @@ int main(int argc, char **argv) {
     uint32_t baud = kDefaultBaud;
     std::string device = s.device;
     if (device.empty()) {
-        char *end = nullptr;
-        const unsigned long slot = strtoul(s.cmd.n_slot_id, &end, 0);
-        if (s.cmd.n_slot_id[0] == 0 || *end != 0)
+        // parse() has checked that a given slot is a whole number.
+        if (s.cmd.n_slot_id[0] == 0)
             return usage_error("no serial device: give DEVICE, or -s slot to look it up in " +
                                transfer_config_path());
-        if (!device_from_config(transfer_config_path(), static_cast<uint32_t>(slot),
-                                s.cmd.n_mode_id, &device, &baud, &error))
+        const auto slot = static_cast<uint32_t>(strtoul(s.cmd.n_slot_id, nullptr, 0));
+        if (!device_from_config(transfer_config_path(), slot, s.cmd.n_mode_id, &device, &baud,
+                                &error))
             return setup_error(error);
     }
 
@@ -128,22 +124,54 @@ int main(int argc, char **argv) {
     const char *verbose = getenv("MCU_UPGRADE_VERBOSE");
     Transcript transcript(verbose == nullptr || strcmp(verbose, "1") != 0);
     ProgressBar bar(stderr);
-    const auto start = std::chrono::steady_clock::now();
     bar.start();
     const int result = mcu_isp(image.data(), static_cast<unsigned int>(image.size()));
     bar.finish(result == MCU_ISP_OK);
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (result == MCU_ISP_OK) mcu_type_detect();
     const std::string messages = transcript.close();
     port.close();
+    // The whole run: synchronisation, erase, write and identification of the part.
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 
     if (result != MCU_ISP_OK) {
-        fprintf(stderr, "%s", tail(messages, 8).c_str());
+        // The explanation first; the programmer's own lines only as detail after it.
         fprintf(stderr, "mcu_upgrade: failed (%d): %s\n", result, failure_text(result));
+        // The programmer announces the erase once it is synchronised.
+        if (result == MCU_ISP_ERR_NO_ANSWER && !messages.empty() &&
+            messages.find("erase mcu memory") == std::string::npos)
+            fprintf(stderr,
+                    "mcu_upgrade: nothing came back on %s within %u ms of any of the five "
+                    "synchronisation bytes\n",
+                    device.c_str(), s.cmd.n_timeout);
+        const std::string detail = tail(messages, 8);
+        if (!detail.empty()) {
+            fprintf(stderr, "mcu_upgrade: the programmer's last messages:\n");
+            size_t start = 0;
+            while (start < detail.size()) {
+                const size_t end = detail.find('\n', start);
+                fprintf(stderr, "    %s\n", detail.substr(start, end - start).c_str());
+                start = end + 1;
+            }
+        }
         return kExitFailed;
     }
     printf("mcu_upgrade: done in %.1f s: %zu bytes written at 0x%08x, part %s\n", seconds,
            image.size(), MCU_ISP_FLASH_BASE, str_mcu_type[mcu_type_get()]);
     return kExitDone;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    try {
+        return upgrade_main(argc, argv);
+    } catch (const std::exception &e) {
+        release_uart_flag();
+        fprintf(stderr, "mcu_upgrade: %s\n", e.what());
+    } catch (...) {
+        release_uart_flag();
+        fprintf(stderr, "mcu_upgrade: unexpected failure\n");
+    }
+    return kExitSetup;
 }

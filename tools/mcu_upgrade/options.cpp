@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/cli.h"
 #include "mio_json.h"
 
 namespace mcu_upgrade {
@@ -37,10 +38,43 @@ const option kLongOptions[] = {
 };
 
 constexpr uint32_t kDefaultTimeoutMs = 1000;
+constexpr uint32_t kMaxTimeoutMs = 600000;
 
 bool fail(std::string *error, const std::string &message) {
     *error = message;
     return false;
+}
+
+// The library's scan takes numbers through strtol cut to 32 bits ("abc" is 0, so -l abc
+// would write the whole image) and cuts texts to their array. Only values it stores as
+// given, and that the run can use, are accepted.
+struct NumberRule {
+    int option;
+    uint64_t min;
+    uint64_t max;
+};
+constexpr NumberRule kNumberRules[] = {
+    {'s', 0, UINT32_MAX}, {'m', 0, UINT32_MAX}, {'l', 1, kMaxImage},  {'t', 1, kMaxTimeoutMs},
+    {'f', 0, UINT32_MAX}, {'i', 0, UINT32_MAX}, {'d', 0, UINT32_MAX}, {'g', 0, UINT32_MAX},
+};
+
+bool check_value(int opt, const char *value, std::string *error) {
+    if (opt == 's' && !tool_common::fits(value, sizeof(upgrade_mcu_t::n_slot_id)))
+        return fail(error, "-s: the slot identifier has " + std::to_string(strlen(value)) +
+                               " characters, at most " +
+                               std::to_string(sizeof(upgrade_mcu_t::n_slot_id) - 1) + " fit");
+    if (opt == 'p' && !tool_common::fits(value, sizeof(upgrade_mcu_t::file_path)))
+        return fail(error, "-p: the path has " + std::to_string(strlen(value)) +
+                               " characters, at most " +
+                               std::to_string(sizeof(upgrade_mcu_t::file_path) - 1) + " fit");
+    for (const auto &r : kNumberRules) {
+        uint64_t v = 0;
+        if (r.option != opt || tool_common::parse_number(value, r.min, r.max, &v)) continue;
+        return fail(error, std::string("-") + static_cast<char>(opt) + " '" + value +
+                               "': must be a number from " + std::to_string(r.min) + " to " +
+                               std::to_string(r.max));
+    }
+    return true;
 }
 
 }  // namespace
@@ -48,9 +82,19 @@ bool fail(std::string *error, const std::string &message) {
 bool parse(int argc, char **argv, Settings *out, std::string *error) {
     optind = 0;
     int c;
+    opterr = 0;  // the messages below say what is wrong
     while ((c = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
-        if (c == '?') return fail(error, "bad command line");
+        if (c == '?') {
+            const char *arg = argv[optind - 1];
+            if (optopt != 0 && strchr(kShortOptions, optopt) != nullptr)
+                return fail(error,
+                            std::string("option -") + static_cast<char>(optopt) + " needs a value");
+            if (optopt != 0)
+                return fail(error, std::string("unknown option -") + static_cast<char>(optopt));
+            return fail(error, std::string("unknown option or missing value: ") + arg);
+        }
         if (c == 'h') out->help = true;
+        if (optarg != nullptr && !check_value(c, optarg, error)) return false;
     }
     if (out->help) return true;
 
@@ -61,8 +105,6 @@ bool parse(int argc, char **argv, Settings *out, std::string *error) {
     if (argc - optind > 1)
         return fail(error, std::string("unexpected argument '") + argv[optind + 1] + "'");
     if (argc - optind == 1) out->device = argv[optind];
-    if (out->cmd.n_timeout == 0 || out->cmd.n_timeout > 600000)
-        return fail(error, "-t must be 1 to 600000 milliseconds");
     return true;
 }
 
@@ -75,9 +117,10 @@ void print_usage(FILE *out) {
             "                     its line speed) of the MCU's serial channel is taken from\n"
             "                     the transfer configuration: -s slot, -m index in its \"mcu\"\n"
             "                     array (default 0)\n"
-            "  -p, --file_path    the firmware image (raw binary)\n"
-            "  -l, --n_size       write only the first N bytes of the image\n"
-            "  -t, --n_timeout    milliseconds to wait for each answer (default %u)\n"
+            "  -p, --file_path    the firmware image: a regular file (raw binary) of at most\n"
+            "                     %u bytes, the largest flash of the parts served\n"
+            "  -l, --n_size       write only the first N bytes of the image (at most %u)\n"
+            "  -t, --n_timeout    milliseconds to wait for each answer (default %u, at most %u)\n"
             "  -s, --n_slot_id    slot of the board, -m, --n_mode_id  its MCU index\n"
             "  -v, --n_version    print the version and exit\n"
             "  -h, --help         this text\n"
@@ -87,11 +130,14 @@ void print_usage(FILE *out) {
             "                        (default %s)\n"
             "  MCU_UPGRADE_VERBOSE=1 show the programmer's own messages as they come (else\n"
             "                        they are shown only when the run fails)\n"
+            "Numbers are decimal, 0x hexadecimal or 0-prefixed octal, whole and in range.\n"
             "Line: 8 data bits, even parity, 1 stop bit; 115200 bit/s unless the configuration\n"
-            "names another speed. Progress is drawn on standard error.\n"
+            "names another speed. Progress is drawn on standard error; a failed run is\n"
+            "explained first, followed by the programmer's last messages.\n"
             "Exit status: 0 written, 1 the bootloader run failed, 2 bad command line, 3 image,\n"
             "configuration or serial device unusable.\n",
-            kDefaultTimeoutMs, transfer_config_path().c_str(), MCU_UPGRADE_DEFAULT_CONFIG);
+            kMaxImage, kMaxImage, kDefaultTimeoutMs, kMaxTimeoutMs, transfer_config_path().c_str(),
+            MCU_UPGRADE_DEFAULT_CONFIG);
 }
 
 std::string transfer_config_path() {

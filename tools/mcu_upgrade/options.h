@@ -18,13 +18,18 @@ enum ExitStatus {
     kExitSetup = 3,   // image, configuration or serial device unusable
 };
 
+// The largest image taken: the largest internal flash of the parts served (3 MiB).
+constexpr uint32_t kMaxImage = 3u << 20;
+
 struct Settings {
     upgrade_mcu_t cmd{};
     std::string device;  // the plain argument; "" when the configuration must name it
     bool help = false;
 };
 
-// False with a message for an unknown option, a missing value or extra arguments.
+// False with a message for an unknown option, a missing value, a value the library's scan
+// would change (a number not whole or out of range, a text longer than its field) or extra
+// arguments.
 bool parse(int argc, char **argv, Settings *out, std::string *error);
 
 void print_usage(FILE *out);

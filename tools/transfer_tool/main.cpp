@@ -5,13 +5,16 @@
 // from TRANSFER_CONFIG and TRANSFER_ZLOG_CONFIG (see print_help_notes).
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
+#include <exception>
 #include <string>
 
+#include "common/cli.h"
 #include "sdk_log.h"
 #include "transfer_server.h"
+#include "transfer_tool/channels.h"
 #include "transfer_tool/options.h"
 #include "transfer_tool/request.h"
 #include "transfer_tool/result.h"
@@ -71,11 +74,16 @@ void explain_refusal(const transfer_op_t &op, int32_t channel) {
     }
 }
 
-bool save(const std::string &path, const std::vector<uint8_t> &data) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char *>(data.data()),
-              static_cast<std::streamsize>(data.size()));
-    return static_cast<bool>(out);
+// Says once which configured serial devices start-up could not open (the engine keeps
+// such a channel with a negative descriptor and no name).
+void report_missing_serial(const Configuration &config) {
+    for (const auto &c : config.channels) {
+        if (c.type != UART || c.id < 0 || c.id >= g_st_transfer.n_num) continue;
+        const transfer_data_t &ch = g_st_transfer.st_info[c.id];
+        if (ch.n_type != UART || ch.n_fd >= 0) continue;
+        fprintf(stderr, "transfer_tool: cannot open serial device %s of slot %u %s %u\n",
+                c.address.c_str(), c.slot, c.section == FPGA ? "FPGA" : "MCU", c.index);
+    }
 }
 
 int run(const Request &req) {
@@ -108,8 +116,9 @@ int run(const Request &req) {
         }
     }
     if (!req.output_file.empty() && got_reply) {
-        if (!save(req.output_file, last)) {
-            fprintf(stderr, "transfer_tool: cannot write %s\n", req.output_file.c_str());
+        std::string error;
+        if (!tool_common::write_file(req.output_file, last.data(), last.size(), &error)) {
+            fprintf(stderr, "transfer_tool: %s\n", error.c_str());
             return kExitStartup;
         }
         printf("reply data (%zu bytes) written to %s\n", last.size(), req.output_file.c_str());
@@ -130,19 +139,18 @@ void print_reports(uint32_t wait_ms) {
     printf("%d report%s received in %u ms\n", n, n == 1 ? "" : "s", wait_ms);
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int tool_main(int argc, char **argv) {
     Scan scan;
     std::string error;
     if (!scan_arguments(argc, argv, &scan, &error)) return usage_error(error);
+    if (scan.help) {
+        print_usage();
+        return kExitDone;
+    }
     if (argc < 2) return usage_error("nothing to do");
     recvcard_struct cmd;
     set_defaults(&cmd);
-    if (cmd_parse_recvcard(&cmd, argc, argv) == EN_MID_ACK_INVALID) {
-        print_help_notes(stderr);
-        return kExitDone;
-    }
+    cmd_parse_recvcard(&cmd, argc, argv);
 
     Timing timing;
     if (!timing_from_env(&timing, &error)) return usage_error(error);
@@ -150,9 +158,18 @@ int main(int argc, char **argv) {
     payload.data_given = scan.data_given;
     payload.data = scan.data;
     payload.file_given = cmd.file_path[0] != 0;
-    if (payload.file_given && cmd.n_e_code == FRAME_WRITE &&
-        !read_file(cmd.file_path, &payload.file_data, &error))
-        return usage_error(error);
+    if (payload.file_given && cmd.n_e_code == FRAME_WRITE) {
+        // Never more than one frame can carry: -L bytes of the file, or all of a file
+        // that fits.
+        const size_t max = max_write_data(cmd.n_body_type);
+        const size_t take = cmd.n_length == kLengthUnset ? tool_common::kWholeFile
+                                                         : std::min<size_t>(cmd.n_length, max);
+        if (!tool_common::read_file(cmd.file_path, max, "fit one frame (or give -L)",
+                                    &payload.file_data, &error, take)) {
+            fprintf(stderr, "transfer_tool: %s\n", error.c_str());
+            return kExitStartup;
+        }
+    }
     Request req;
     if (!build_request(cmd, payload, timing, &req, &error)) return usage_error(error);
 
@@ -167,8 +184,37 @@ int main(int argc, char **argv) {
                 config.c_str(), ret, explain_code(ret).c_str());
         return kExitStartup;
     }
-    const int status = run(req);
+    Configuration configured;
+    if (!read_configuration(config, &configured, &error)) {
+        fprintf(stderr, "transfer_tool: %s\n", error.c_str());
+        return kExitStartup;
+    }
+    report_missing_serial(configured);
+    const std::string beyond = check_target(configured, req.op);
+    if (!beyond.empty()) {
+        fprintf(stderr, "transfer_tool: %s: refused\n", beyond.c_str());
+        return kExitRefused;
+    }
+    int status = run(req);
     if (timing.report_wait_ms > 0) print_reports(timing.report_wait_ms);
+    if (fflush(stdout) != 0 || ferror(stdout)) {
+        fprintf(stderr, "transfer_tool: cannot write the results to standard output\n");
+        if (status == kExitDone) status = kExitStartup;
+    }
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    int status = kExitStartup;
+    try {
+        status = tool_main(argc, argv);
+    } catch (const std::exception &e) {
+        fprintf(stderr, "transfer_tool: %s\n", e.what());
+    } catch (...) {
+        fprintf(stderr, "transfer_tool: unexpected failure\n");
+    }
     // The engine's threads run until the process ends; leave without running destructors
     // under them.
     fflush(stdout);

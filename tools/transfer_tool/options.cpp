@@ -1,8 +1,10 @@
 #include "transfer_tool/options.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
+
+#include "common/cli.h"
+#include "transfer_server.h"
 
 namespace transfer_tool {
 
@@ -20,6 +22,37 @@ constexpr LongOption kLongOptions[] = {
 };
 constexpr const char *kShortWithValue = "sRLerBEDACPd";
 
+// The parser takes any text: numbers through strtol cut to 32 bits ("abc" is 0, "4x" is
+// 4, "-5" is 0xfffffffb) and texts cut to their array. The tool accepts only values that
+// the parser stores unchanged and that the request can carry.
+struct NumberRule {
+    char option;
+    uint64_t min;
+    uint64_t max;
+    const char *accepted;
+};
+constexpr NumberRule kNumberRules[] = {
+    {'R', 0, UINT32_MAX, "a number from 0 to 0xffffffff"},
+    {'L', 0, UINT32_MAX, "a number from 0 to 0xffffffff"},
+    {'e', 0, 0xFF, "a number from 0 to 0xff"},
+    {'r', 0, 0xFFFF, "a number from 0 to 0xffff"},
+    {'B', BODY_ADDRESS, BODY_RECVCARD, "0 (address), 1 (TLV) or 2 (receiving card)"},
+    {'E', FRAME_READ, FRAME_WRITE, "0 (read) or 1 (write)"},
+    {'D', FPGA, MCU, "0 (FPGA) or 1 (MCU)"},
+    {'A', EN_REQUEST_ACK, EN_REQUEST_NO_ACK, "0 (ack) or 1 (no ack)"},
+    {'C', 1, UINT32_MAX, "a number from 1 to 4294967295"},
+};
+
+struct TextRule {
+    char option;
+    size_t size;  // of the record's array, terminating zero included
+    const char *what;
+};
+constexpr TextRule kTextRules[] = {
+    {'s', sizeof(recvcard_struct::n_slot_id), "slot identifier"},
+    {'P', sizeof(recvcard_struct::file_path), "path"},
+};
+
 std::string env_or(const char *name, const char *fallback, bool *from_env = nullptr) {
     const char *v = getenv(name);
     bool set = v != nullptr && *v != 0;
@@ -28,21 +61,37 @@ std::string env_or(const char *name, const char *fallback, bool *from_env = null
 }
 
 bool parse_u32(const char *text, uint32_t *out) {
-    char *end = nullptr;
-    errno = 0;
-    unsigned long v = strtoul(text, &end, 0);
-    if (end == text || *end != 0 || errno != 0 || v > UINT32_MAX || text[0] == '-') return false;
+    uint64_t v = 0;
+    if (!tool_common::parse_number(text, 0, UINT32_MAX, &v)) return false;
     *out = static_cast<uint32_t>(v);
     return true;
 }
 
 bool add_byte(const char *text, Scan *out, std::string *error) {
-    uint32_t v = 0;
-    if (!parse_u32(text, &v) || v > 0xFF) {
+    uint64_t v = 0;
+    if (!tool_common::parse_number(text, 0, 0xFF, &v)) {
         *error = std::string("data value '") + text + "' is not a byte (0 to 0xff)";
         return false;
     }
     out->data.push_back(static_cast<uint8_t>(v));
+    return true;
+}
+
+// Refuses a value that the parser would store otherwise than as given.
+bool check_value(char opt, const char *value, std::string *error) {
+    for (const auto &r : kNumberRules) {
+        uint64_t v = 0;
+        if (r.option != opt || tool_common::parse_number(value, r.min, r.max, &v)) continue;
+        *error = std::string("-") + opt + " '" + value + "': must be " + r.accepted;
+        return false;
+    }
+    for (const auto &r : kTextRules) {
+        if (r.option != opt || tool_common::fits(value, r.size)) continue;
+        *error = std::string("-") + opt + ": the " + r.what + " has " +
+                 std::to_string(strlen(value)) + " characters, at most " +
+                 std::to_string(r.size - 1) + " fit";
+        return false;
+    }
     return true;
 }
 
@@ -100,6 +149,11 @@ bool scan_arguments(int argc, char **argv, Scan *out, std::string *error) {
             }
             break;
         }
+        if (arg == "--help") {
+            out->help = true;
+            in_data = false;
+            continue;
+        }
         if (arg.size() > 2 && arg[0] == '-' && arg[1] == '-') {
             const size_t eq = arg.find('=');
             const std::string name = arg.substr(2, eq == std::string::npos ? eq : eq - 2);
@@ -136,6 +190,7 @@ bool scan_arguments(int argc, char **argv, Scan *out, std::string *error) {
             }
             value = argv[++i];
         }
+        if (!check_value(opt, value, error)) return false;
         in_data = opt == 'd';
         if (in_data) {
             out->data_given = true;
@@ -150,12 +205,18 @@ void print_help_notes(FILE *out) {
     fprintf(out,
             "\ntransfer_tool: read or write a register of a board FPGA or MCU, or of a receiving\n"
             "card, through the transfer engine; prints the reply data as hex with offsets.\n"
-            "  -s slot   -D 0 FPGA / 1 MCU   -e device index in that section (with -B 2: the\n"
-            "  Ethernet port, 0xff all)   -r receiving card (-B 2; 0xffff all)   -B body type:\n"
+            "  -s slot   -D 0 FPGA / 1 MCU   -e device index in that section, one of the\n"
+            "  board's \"fpga\" / \"mcu\" entries in the configuration (with -B 2: the Ethernet\n"
+            "  port, 0xff all)   -r receiving card (-B 2; 0xffff all)   -B body type:\n"
             "  0 address, 1 TLV, 2 receiving card   -R register (TLV: tag)   -L bytes to read,\n"
             "  or to write (the -d values are padded with zeros to it)   -d data bytes to send\n"
-            "  -P write: file with the data to send; read: file that receives the reply data\n"
-            "  -A 1 no acknowledgement   -C repeat count (default 1)\n"
+            "  -P write: file with the data to send (a regular file of at most one frame's\n"
+            "  data, or -L bytes of it); read: file that receives the reply data\n"
+            "  -A 1 no acknowledgement   -C repeat count (default 1)   -h, --help this text\n"
+            "Numbers are decimal, 0x hexadecimal or 0-prefixed octal, whole and in range;\n"
+            "anything else is refused, as is a path of more than 254 characters.\n"
+            "The engine must reach the boards: on a machine without them, run board_sim with\n"
+            "the same configuration first (see the README).\n"
             "Files and settings (environment):\n"
             "  TRANSFER_CONFIG       transfer configuration, now %s\n"
             "                        (default %s)\n"
@@ -167,7 +228,8 @@ void print_help_notes(FILE *out) {
             "  TRANSFER_REPORT_WAIT_MS  after the requests, wait this long and list the\n"
             "                        reports the boards sent meanwhile (default 0: none)\n"
             "Exit status: 0 done, 1 configuration, start-up or file error, 2 bad command line,\n"
-            "3 request refused, 4 timed out, 5 the board answered with an error code.\n",
+            "3 request refused (also: a device index the configuration does not give the\n"
+            "board), 4 timed out, 5 the board answered with an error code.\n",
             l.transfer_config.c_str(), TRANSFER_TOOL_DEFAULT_CONFIG, l.zlog_config.c_str(),
             TRANSFER_TOOL_DEFAULT_ZLOG);
 }

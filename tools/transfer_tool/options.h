@@ -1,8 +1,9 @@
 // Command-line and environment handling of transfer_tool.
 //
 // The option set is the library's (cmd_parse_recvcard); this file adds what the parser
-// leaves to the tool: a check of the vector before it is parsed, the data values after -d,
-// and the settings that come from the environment (file locations, time-out, retries).
+// leaves to the tool: a check of the vector and of every value before it is parsed, the
+// data values after -d, --help, and the settings that come from the environment (file
+// locations, time-out, retries).
 #pragma once
 
 #include <cstdint>
@@ -33,14 +34,16 @@ bool timing_from_env(Timing *out, std::string *error);
 
 // What the scan of the argument vector found.
 struct Scan {
-    bool help = false;          // -h seen
+    bool help = false;          // -h or --help seen
     bool data_given = false;    // -d seen
     std::vector<uint8_t> data;  // -d's value and the plain arguments after it
 };
 
 // Checks the vector against the parser's option table before the parser sees it, so that
 // unknown options, missing arguments and stray arguments are refused instead of skipped,
-// and collects the data values (the parser stores none). False with a message.
+// and every value is one the parser stores as given: numbers whole and in range, texts
+// that fit their field. Collects the data values (the parser stores none). False with a
+// message.
 bool scan_arguments(int argc, char **argv, Scan *out, std::string *error);
 
 // The tool's own part of the help: what the library's usage text does not say.

@@ -1,11 +1,9 @@
 #include "transfer_tool/request.h"
 
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+
+#include "common/cli.h"
 
 namespace transfer_tool {
 
@@ -17,10 +15,8 @@ constexpr uint32_t kWriteWaitUs = 10000;
 constexpr uint32_t kPollingMs = 20;
 
 bool parse_slot(const char *text, uint32_t *out) {
-    char *end = nullptr;
-    errno = 0;
-    unsigned long v = strtoul(text, &end, 0);
-    if (text[0] == 0 || text[0] == '-' || *end != 0 || errno != 0 || v > UINT32_MAX) return false;
+    uint64_t v = 0;
+    if (!tool_common::parse_number(text, 0, UINT32_MAX, &v)) return false;
     *out = static_cast<uint32_t>(v);
     return true;
 }
@@ -40,9 +36,16 @@ bool fail(std::string *error, const std::string &message) {
 bool write_payload(const recvcard_struct &cmd, const Payload &p, std::vector<uint8_t> *out,
                    std::string *error) {
     if (p.data_given && p.file_given) return fail(error, "give the data with -d or -P, not both");
+    const uint32_t max = max_write_data(cmd.n_body_type);
+    if (cmd.n_length != kLengthUnset && cmd.n_length > max)
+        return fail(error, "-L: a write carries at most " + std::to_string(max) + " bytes");
     *out = p.file_given ? p.file_data : p.data;
     if (cmd.n_length == kLengthUnset) {
         if (out->empty()) return fail(error, "nothing to write: give -d values, -P file or -L");
+        if (out->size() > max)
+            return fail(error, std::to_string(out->size()) +
+                                   " bytes to write; a write carries at most " +
+                                   std::to_string(max));
         return true;
     }
     if (out->size() > cmd.n_length) {
@@ -100,15 +103,13 @@ bool build_request(const recvcard_struct &cmd, const Payload &payload, const Tim
     if (!parse_slot(cmd.n_slot_id, &slot))
         return fail(error, cmd.n_slot_id[0] == 0 ? "no slot: give -s"
                                                  : std::string("bad slot '") + cmd.n_slot_id + "'");
-    if (cmd.n_device_type > MCU) return fail(error, "-D must be 0 (FPGA) or 1 (MCU)");
-    if (cmd.n_body_type >= MAX_BODY_TYPE)
-        return fail(error, "-B must be 0 (address), 1 (TLV) or 2 (receiving card)");
-    if (static_cast<uint32_t>(cmd.n_e_code) > FRAME_WRITE)
-        return fail(error, "-E must be 0 (read) or 1 (write)");
-    if (cmd.n_no_ack > EN_REQUEST_NO_ACK) return fail(error, "-A must be 0 (ack) or 1 (no ack)");
-    if (cmd.n_eth_mask > 0xFF) return fail(error, "-e must be at most 0xff");
-    if (cmd.n_recvcard_num > 0xFFFF) return fail(error, "-r must be at most 0xffff");
-    if (cmd.n_times == 0) return fail(error, "-C must be at least 1");
+    // The values themselves were checked before the parser saw them (scan_arguments). The
+    // parser stores any number in the read/write field, so it is looked at as a number
+    // before it is used as a frame_code.
+    uint32_t code = 0;
+    memcpy(&code, &cmd.n_e_code, sizeof code);
+    if (code > FRAME_WRITE || cmd.n_body_type > BODY_RECVCARD || cmd.n_device_type > MCU)
+        return fail(error, "-E, -B or -D out of range");
 
     op.n_slot = slot;
     op.e_mode = static_cast<transfer_section>(cmd.n_device_type);
@@ -116,7 +117,7 @@ bool build_request(const recvcard_struct &cmd, const Payload &payload, const Tim
     op.n_no_ack = cmd.n_no_ack;
     op.n_write_wait_time = kWriteWaitUs;
     op.n_timeout = timing.timeout_ms;
-    op.e_code = cmd.n_e_code;
+    op.e_code = code == FRAME_WRITE ? FRAME_WRITE : FRAME_READ;
     op.e_type = static_cast<request_body_type>(cmd.n_body_type);
     op.st_addr_param.n_addr = cmd.n_reg_addr;
     op.st_control.n_recvcard_id = cmd.n_recvcard_num;
@@ -155,11 +156,10 @@ bool build_request(const recvcard_struct &cmd, const Payload &payload, const Tim
     return true;
 }
 
-bool read_file(const std::string &path, std::vector<uint8_t> *out, std::string *error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return fail(error, "cannot read " + path + ": " + strerror(errno));
-    out->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return true;
+uint32_t max_write_data(uint32_t body_type) {
+    // Frames are built in the 9000-byte send buffer: headers and body in front of the
+    // data, the checksum (two for a receiving card) behind it.
+    return body_type == BODY_RECVCARD ? SDK_DATA_BUF_LEN - 34 - 4 : SDK_DATA_BUF_LEN - 30 - 2;
 }
 
 }  // namespace transfer_tool

@@ -34,11 +34,13 @@ struct Payload {
     std::vector<uint8_t> file_data;
 };
 
-// Builds the request; false with a message for a value the descriptor cannot carry.
+// Builds the request from a record whose values scan_arguments has checked; false with a
+// message for what the values cannot do together (no slot, more data than -L, a length
+// no frame can carry).
 bool build_request(const recvcard_struct &cmd, const Payload &payload, const Timing &timing,
                    Request *out, std::string *error);
 
-// Whole file into out; false with a message.
-bool read_file(const std::string &path, std::vector<uint8_t> *out, std::string *error);
+// The most data one write frame can carry for body type `body_type` (-B).
+uint32_t max_write_data(uint32_t body_type);
 
 }  // namespace transfer_tool
