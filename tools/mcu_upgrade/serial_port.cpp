@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "isp.h"
+#include "transfer_server.h"
 #include "uart.h"
 
 namespace mcu_upgrade {
@@ -50,7 +51,7 @@ int port_read(unsigned char *buf, uint16_t len) {
 }  // namespace
 
 void release_uart_flag() {
-    __atomic_store_n(&b_uart_used_flg, false, __ATOMIC_RELEASE);
+    sdk_uart_release();
 }
 
 bool SerialPort::open(const std::string &device, uint32_t baud, uint32_t timeout_ms,
@@ -68,9 +69,15 @@ bool SerialPort::open(const std::string &device, uint32_t baud, uint32_t timeout
         *error = "cannot set up " + device + " (not a serial device?)";
         return false;
     }
+    // Takes the lines from the library's serial receive thread, should one run in this
+    // process, before the first byte goes to the bootloader.
+    if (sdk_uart_hold(2000) != 0) {
+        sdk_uart_close(static_cast<uint32_t>(fd));
+        *error = "the serial receive thread did not let go of " + device;
+        return false;
+    }
     g_fd = fd;
     g_timeout_ms = static_cast<int>(timeout_ms);
-    __atomic_store_n(&b_uart_used_flg, true, __ATOMIC_RELEASE);
     mcu_isp_write_func_reg(reinterpret_cast<void *>(&port_write));
     mcu_isp_read_func_reg(reinterpret_cast<void *>(&port_read));
     open_ = true;
