@@ -10,8 +10,8 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
-#include "transfer_server/engine_globals.h"
-#include "transfer_server/request_state.h"
+#include "engine/state.h"
+#include "engine/request_state.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
-#include "transfer_server/channel_setup.h"
+#include "setup/channel_setup.h"
 
 extern "C" {
 SDK_API transfer_info_t g_st_transfer;

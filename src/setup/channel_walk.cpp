@@ -5,7 +5,7 @@
 
 #include "common/log.h"
 #include "common/result.h"
-#include "transfer_server/channel_setup.h"
+#include "setup/channel_setup.h"
 
 namespace sdk::setup {
 

@@ -1,6 +1,6 @@
 // The four channel set-up members: one per board class, each a thin frame around the
 // shared board-array walk (channel_walk.cpp).
-#include "transfer_server/channel_setup.h"
+#include "setup/channel_setup.h"
 
 #include "common/log.h"
 

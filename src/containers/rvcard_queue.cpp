@@ -16,8 +16,8 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_manage.h"
-#include "transfer_manage/queue_append.h"
-#include "transfer_manage/rvcard_hold.h"
+#include "containers/queue_append.h"
+#include "containers/rvcard_hold.h"
 
 namespace {
 

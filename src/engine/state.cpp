@@ -1,5 +1,5 @@
 // The engine's process-wide containers and the host's access to the report queue.
-#include "transfer_server/engine_globals.h"
+#include "engine/state.h"
 
 #include "transfer_server.h"
 

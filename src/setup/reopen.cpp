@@ -12,9 +12,9 @@
 
 #include "common/log.h"
 #include "transfer_server.h"
-#include "transfer_server/channel_fds.h"
-#include "transfer_server/engine_globals.h"
-#include "transfer_server/request_state.h"
+#include "channel/channel_fds.h"
+#include "engine/state.h"
+#include "engine/request_state.h"
 #include "uart.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include "common/bytes.h"
 #include "common/log.h"
 #include "common/result.h"
-#include "transfer_server/frame_layout.h"
-#include "transfer_server/op_fields.h"
+#include "codec/layout.h"
+#include "codec/op_fields.h"
 #include "transfer_server.h"
 
 namespace {

@@ -13,12 +13,12 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
-#include "transfer_server/channel_fds.h"
-#include "transfer_server/engine_globals.h"
-#include "transfer_server/frame_layout.h"
-#include "transfer_server/net_datagram.h"
-#include "transfer_server/reply_deliver.h"
-#include "transfer_server/request_state.h"
+#include "channel/channel_fds.h"
+#include "engine/state.h"
+#include "codec/layout.h"
+#include "channel/net_datagram.h"
+#include "engine/reply.h"
+#include "engine/request_state.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "transfer_server.h"
-#include "transfer_server/engine_globals.h"
+#include "engine/state.h"
 #include "uart.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // its channel in the channel table.
 #include "common/log.h"
 #include "common/result.h"
-#include "transfer_server/op_fields.h"
+#include "codec/op_fields.h"
 #include "transfer_server.h"
 
 namespace {

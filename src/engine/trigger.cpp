@@ -1,6 +1,6 @@
 // The trigger thread: wakes the monitor and the sender regularly, so that time-outs,
 // write-waits and polling repetitions are seen when nothing else happens.
-#include "transfer_server/trigger.h"
+#include "engine/trigger.h"
 
 #include <pthread.h>
 #include <semaphore.h>
@@ -8,7 +8,7 @@
 
 #include "common/lock.h"
 #include "transfer_server.h"
-#include "transfer_server/engine_globals.h"
+#include "engine/state.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
-#include "transfer_server/channel_fds.h"
-#include "transfer_server/engine_globals.h"
-#include "transfer_server/frame_layout.h"
+#include "channel/channel_fds.h"
+#include "engine/state.h"
+#include "codec/layout.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include "common/log.h"
 #include "common/result.h"
-#include "transfer_server/channel_setup.h"
+#include "setup/channel_setup.h"
 #include "uart.h"
 
 namespace sdk::setup {

@@ -11,7 +11,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_manage.h"
-#include "transfer_manage/dlist.h"
+#include "containers/dlist.h"
 
 namespace {
 

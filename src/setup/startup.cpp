@@ -7,7 +7,7 @@
 #include "common/result.h"
 #include "mio_json.h"
 #include "transfer_server.h"
-#include "transfer_server/engine_globals.h"
+#include "engine/state.h"
 
 namespace {
 

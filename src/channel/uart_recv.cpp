@@ -14,8 +14,8 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
-#include "transfer_server/channel_fds.h"
-#include "transfer_server/engine_globals.h"
+#include "channel/channel_fds.h"
+#include "engine/state.h"
 #include "uart.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include "common/bytes.h"
 #include "common/log.h"
 #include "common/result.h"
-#include "transfer_server/frame_layout.h"
+#include "codec/layout.h"
 #include "transfer_server.h"
 
 extern "C" {

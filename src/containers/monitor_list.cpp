@@ -9,8 +9,8 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_manage.h"
-#include "transfer_manage/dlist.h"
-#include "transfer_manage/list_manage.h"
+#include "containers/dlist.h"
+#include "containers/list_manage.h"
 
 extern "C" {
 

@@ -6,7 +6,7 @@
 
 #include <mutex>
 
-#include "transfer_server/channel_fds.h"
+#include "channel/channel_fds.h"
 
 namespace sdk {
 

@@ -10,9 +10,9 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_manage.h"
-#include "transfer_manage/dlist.h"
-#include "transfer_manage/list_manage.h"
-#include "transfer_manage/rvcard_hold.h"
+#include "containers/dlist.h"
+#include "containers/list_manage.h"
+#include "containers/rvcard_hold.h"
 
 extern "C" {
 

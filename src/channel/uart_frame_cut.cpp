@@ -6,9 +6,9 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_server.h"
-#include "transfer_server/engine_globals.h"
-#include "transfer_server/frame_layout.h"
-#include "transfer_server/reply_deliver.h"
+#include "engine/state.h"
+#include "codec/layout.h"
+#include "engine/reply.h"
 
 namespace {
 

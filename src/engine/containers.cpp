@@ -1,7 +1,7 @@
 // The container step of start-up, shared by start-up and the engine tests.
 #include "common/log.h"
 #include "transfer_server.h"
-#include "transfer_server/engine_globals.h"
+#include "engine/state.h"
 
 extern "C" {
 

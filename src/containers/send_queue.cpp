@@ -10,7 +10,7 @@
 #include "common/log.h"
 #include "common/result.h"
 #include "transfer_manage.h"
-#include "transfer_manage/queue_append.h"
+#include "containers/queue_append.h"
 
 extern "C" {
 
