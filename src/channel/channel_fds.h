@@ -4,6 +4,7 @@
 
 #include <sys/select.h>
 
+#include "channel/transport.h"
 #include "transfer_server.h"
 
 namespace sdk {
@@ -14,32 +15,30 @@ inline int channel_fd(const transfer_data_t &ch) {
     return __atomic_load_n(&ch.n_fd, __ATOMIC_ACQUIRE);
 }
 
-// Settled: unopened channels (negative descriptor) and descriptors that select cannot watch stay
+// The channel is open and read by receive thread r. Settled: unopened channels (negative descriptor) and descriptors that select cannot watch stay
 // out of every set.
-inline bool channel_watched(const transfer_data_t &ch, json_type_tbl e_type) {
+inline bool channel_watched(const transfer_data_t &ch, Receiver r) {
+    const Transport *t = transport_of(ch.n_type);
     const int n_fd = channel_fd(ch);
-    return ch.n_type == e_type && n_fd >= 0 && n_fd < FD_SETSIZE;
+    return t != nullptr && t->receiver == r && n_fd >= 0 && n_fd < FD_SETSIZE;
 }
 
 // The channel is watched and select found it readable.
-inline bool channel_ready(const transfer_data_t &ch, json_type_tbl e_type, const fd_set &set) {
-    return channel_watched(ch, e_type) && FD_ISSET(channel_fd(ch), &set);
+inline bool channel_ready(const transfer_data_t &ch, Receiver r, const fd_set &set) {
+    return channel_watched(ch, r) && FD_ISSET(channel_fd(ch), &set);
 }
 
-// Fills the set with the watched channels of the type; *p_max_fd only ever grows.
-inline void channel_fd_set(json_type_tbl e_type, fd_set *p_set, int *p_max_fd) {
+// Fills the set with the channels the receiver watches; *p_max_fd only ever grows.
+inline void channel_fd_set(Receiver r, fd_set *p_set, int *p_max_fd) {
     FD_ZERO(p_set);
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (!channel_watched(ch, e_type)) continue;
+        if (!channel_watched(ch, r)) continue;
         const int n_fd = channel_fd(ch);
         FD_SET(n_fd, p_set);
         if (n_fd > *p_max_fd) *p_max_fd = n_fd;
     }
 }
-
-// One wake pipe per receive thread (network, report, serial).
-enum class Receiver { kNet, kReport, kUart };
 
 // Puts the thread's wake pipe into its set (made on first use).
 void wake_pipe_add(Receiver r, fd_set *p_set, int *p_max_fd);

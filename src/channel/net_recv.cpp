@@ -15,7 +15,7 @@
 #include "transfer_server.h"
 #include "channel/channel_fds.h"
 #include "engine/state.h"
-#include "codec/layout.h"
+#include "codec/codec.h"
 #include "channel/net_datagram.h"
 #include "engine/reply.h"
 #include "engine/request_state.h"
@@ -24,10 +24,6 @@ namespace {
 
 constexpr uint32_t kRecvBufLen = 65535;
 constexpr uint32_t kMinFrame = 10;
-constexpr uint32_t kOffDeviceType = 11;
-constexpr uint32_t kOffDeviceIndex = 12;
-constexpr uint32_t kOffRvcardLen = 22;
-constexpr uint32_t kOffRvcardReply = 24;
 constexpr useconds_t kSelectRetryUs = 1000;
 
 using sdk::Reply;
@@ -39,12 +35,12 @@ int32_t parse(const uint8_t *b, uint32_t n, Reply *r) {
         TLOGE(" max num error code %d", sdk::kErrRefused);
         return sdk::kErrRefused;
     }
-    const uint32_t n_frame_len = sdk::get_le16(b + sdk::frame::kOffLen) + 10u;
+    const uint32_t n_frame_len = sdk::codec::length_field(b) + 10u;
     if (n_frame_len != n) {
         TLOGE(" %d %d error code %d", n_frame_len, n, sdk::kErrRefused);
         return sdk::kErrRefused;
     }
-    if (b[sdk::frame::kOffFrameType] != FRAME_SLOT) {
+    if (sdk::codec::frame_type(b) != FRAME_SLOT) {
         TLOGE("UNKNOW FRAME_SLOT");
         return 1;
     }
@@ -55,33 +51,19 @@ int32_t parse(const uint8_t *b, uint32_t n, Reply *r) {
         TLOGE("UNKNOW BODY TYPE");
         return 1;
     }
-    const uint8_t n_kind = b[sdk::frame::kOffParam] & SDK_PARAM_BODY_MASK;
+    const uint8_t n_kind = sdk::codec::body_kind(b);
     // Settled: the reply is taken only when it lies inside the received bytes and fits
     // the 9000-byte receive buffer; otherwise the frame is malformed.
-    if (n_kind == BODY_ADDRESS || n_kind == BODY_TLV) {
-        if (n < sdk::frame::kOffAddrData) {
+    if (n_kind == BODY_ADDRESS || n_kind == BODY_TLV || n_kind == BODY_RECVCARD) {
+        const bool b_card = n_kind == BODY_RECVCARD;
+        const sdk::codec::BodyView v = b_card ? sdk::codec::card_body(b, n) : sdk::codec::addr_body(b, n);
+        // (An address or TLV reply hands over its error code and length too: 4 bytes more.)
+        if (v.status != sdk::codec::Body::kOk ||
+            (!b_card && v.n_data + 4u > SDK_DATA_BUF_LEN)) {
             TLOGE(" max num error code %d", sdk::kErrRefused);
             return sdk::kErrRefused;
         }
-        const uint32_t n_len = sdk::get_le16(b + sdk::frame::kOffAddrLen) + 4u;
-        if (n_len > SDK_DATA_BUF_LEN || sdk::frame::kOffAddrErr + n_len > n) {
-            TLOGE(" max num error code %d", sdk::kErrRefused);
-            return sdk::kErrRefused;
-        }
-        *r = Reply{b + sdk::frame::kOffAddrErr, n_len, false};
-        return sdk::kOk;
-    }
-    if (n_kind == BODY_RECVCARD) {
-        if (n < kOffRvcardReply) {
-            TLOGE(" max num error code %d", sdk::kErrRefused);
-            return sdk::kErrRefused;
-        }
-        const uint32_t n_len = sdk::get_le16(b + kOffRvcardLen);
-        if (n_len > SDK_DATA_BUF_LEN || kOffRvcardReply + n_len > n) {
-            TLOGE(" max num error code %d", sdk::kErrRefused);
-            return sdk::kErrRefused;
-        }
-        *r = Reply{b + kOffRvcardReply, n_len, true};
+        *r = b_card ? Reply{v.data, v.n_data, true} : Reply{v.err_code, v.n_data + 4u, false};
         return sdk::kOk;
     }
     TLOGE("UNKNOW BODY TYPE");
@@ -90,12 +72,12 @@ int32_t parse(const uint8_t *b, uint32_t n, Reply *r) {
 
 int32_t match(uint32_t n_channel, const uint8_t *b, const Reply &r) {
     const transfer_data_t &ch = g_st_transfer.st_info[n_channel];
-    const uint32_t n_lable = sdk::get_le16(b + sdk::frame::kOffLable);
-    const bool b_card_device = b[kOffDeviceType] == DEVICE_ETH;
+    const uint32_t n_lable = sdk::codec::lable(b);
+    const bool b_card_device = sdk::codec::device_type(b) == DEVICE_ETH;
     int32_t n_ret;
     send_lable_list_t st_node{};
     if (ch.e_packet_code_type == PACKET_SENDER && b_card_device) {
-        const uint32_t n_eth = sdk::get_le16(b + kOffDeviceIndex);
+        const uint32_t n_eth = sdk::codec::device_index(b);
         // Settled: a port outside the channel's ports, or a channel without receiving-card
         // structures, makes an unmatched reply.
         rvcard_eth_queue_manage_t *p_port = nullptr;
@@ -198,7 +180,8 @@ SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id) {
         return sdk::kErrRefused;
     }
     const transfer_data_t &ch = g_st_transfer.st_info[n_transfer_id];
-    if (ch.n_type != UDP && ch.n_type != REPORT_UDP) {
+    const sdk::Transport *t = sdk::transport_of(ch.n_type);
+    if (t == nullptr || t->receiver == sdk::Receiver::kUart) {  // datagram channels only
         TLOGI("unknow transfer type %d", ch.n_type);
         return sdk::kErrRefused;
     }
@@ -221,7 +204,7 @@ SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
     static thread_local uint8_t arr_buf[kRecvBufLen];
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (!sdk::channel_ready(ch, UDP, n_fd_event)) continue;
+        if (!sdk::channel_ready(ch, sdk::Receiver::kNet, n_fd_event)) continue;
         int32_t n = sdk_physical_recv(arr_buf, static_cast<uint32_t>(i));
         if (n < 0) {
             TLOGE("sdk_physical_recv n_recv_len < 0 ");
@@ -240,7 +223,7 @@ SDK_API void *sdk_transfer_recv_thread(void * /*arg*/) {
     int n_max_fd = 0;
     for (;;) {
         fd_set st_set;
-        sdk::channel_fd_set(UDP, &st_set, &n_max_fd);
+        sdk::channel_fd_set(sdk::Receiver::kNet, &st_set, &n_max_fd);
         sdk::wake_pipe_add(sdk::Receiver::kNet, &st_set, &n_max_fd);
         if (select(n_max_fd + 1, &st_set, nullptr, nullptr, nullptr) < 0) {
             TLOGE("select error");

@@ -26,7 +26,7 @@ SDK_API int32_t sdk_report_recv_manage(fd_set n_fd_event) {
     static thread_local uint8_t arr_buf[kRecvBufLen];
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (!sdk::channel_ready(ch, REPORT_UDP, n_fd_event)) continue;
+        if (!sdk::channel_ready(ch, sdk::Receiver::kReport, n_fd_event)) continue;
         TLOGD("select %d ", i);
         const int32_t n_recv = sdk_physical_recv(arr_buf, static_cast<uint32_t>(i));
         if (n_recv < 0) return n_ret;
@@ -55,7 +55,7 @@ SDK_API void *sdk_transfer_report_recv_thread(void * /*arg*/) {
     int n_max_fd = 0;
     for (;;) {
         fd_set st_set;
-        sdk::channel_fd_set(REPORT_UDP, &st_set, &n_max_fd);
+        sdk::channel_fd_set(sdk::Receiver::kReport, &st_set, &n_max_fd);
         sdk::wake_pipe_add(sdk::Receiver::kReport, &st_set, &n_max_fd);
         if (select(n_max_fd + 1, &st_set, nullptr, nullptr, nullptr) < 0) {
             TLOGE("select error");

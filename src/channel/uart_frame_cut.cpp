@@ -7,7 +7,7 @@
 #include "common/result.h"
 #include "transfer_server.h"
 #include "engine/state.h"
-#include "codec/layout.h"
+#include "codec/codec.h"
 #include "engine/reply.h"
 
 namespace {
@@ -30,35 +30,28 @@ uint32_t resync(const uint8_t *b, uint32_t from, uint32_t n_len) {
 // leaves its request in the label list to end by time-out; a request whose label has
 // gone must always get its reply stored, or the monitor would wait for it for ever.
 bool reply_of(const uint8_t *f, uint32_t n, sdk::Reply *r) {
-    const uint8_t n_kind =
-        n > sdk::frame::kOffParam
-            ? static_cast<uint8_t>(f[sdk::frame::kOffParam] & SDK_PARAM_BODY_MASK)
-            : 0xFFu;
+    const uint8_t n_kind = n > sdk::frame::kOffParam ? sdk::codec::body_kind(f) : 0xFFu;
     if (n_kind != BODY_ADDRESS && n_kind != BODY_TLV) {
         TLOGE("UNKNOW BODY TYPE");
         return false;
     }
     // Settled: a body whose length field lies outside the frame, or whose data would run
     // past the frame, is treated like an unknown body kind: never copied.
-    if (n < sdk::frame::kOffAddrData) {
-        TLOGE("UNKNOW BODY TYPE");
-        return false;
-    }
-    const uint32_t n_data = sdk::get_le16(f + sdk::frame::kOffAddrLen);
-    if (n_data > SDK_DATA_BUF_LEN) {
+    const sdk::codec::BodyView v = sdk::codec::addr_body(f, n);
+    if (v.status == sdk::codec::Body::kTooLong) {
         TLOGE(" max num error code %d", sdk::kErrRefused);
         return false;
     }
-    if (sdk::frame::kOffAddrData + n_data > n) {
+    if (v.status != sdk::codec::Body::kOk) {
         TLOGE("UNKNOW BODY TYPE");
         return false;
     }
     if (n_kind == BODY_ADDRESS) {
         // Only the data: the serial address reply differs from the network one here.
-        *r = sdk::Reply{f + sdk::frame::kOffAddrData, n_data, false};
+        *r = sdk::Reply{v.data, v.n_data, false};
     } else {
-        TLOGD("st_b_request_body->n_len is  %d", n_data);
-        *r = sdk::Reply{f + sdk::frame::kOffAddrErr, n_data + 4u, false};
+        TLOGD("st_b_request_body->n_len is  %d", v.n_data);
+        *r = sdk::Reply{v.err_code, v.n_data + 4u, false};
     }
     return true;
 }
@@ -87,7 +80,7 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
         if (n_left == 1) return static_cast<int32_t>(n_offset);
         if (f[1] != kDelimSecond) return static_cast<int32_t>(n_offset + 2);
         if (n_left < SDK_FRAME_HEADER_LEN) return static_cast<int32_t>(n_offset);
-        const uint32_t n_body = sdk::get_le16(f + sdk::frame::kOffLen);
+        const uint32_t n_body = sdk::codec::length_field(f);
         if (n_body > kMaxFrameLenField) {
             TLOGE("frame len error");
             n_offset = resync(p_buf, n_offset + 2, n_len);
@@ -95,7 +88,7 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
         }
         const uint32_t n_frame = n_body + SDK_FRAME_HEADER_LEN;
         if (n_left < n_frame) return static_cast<int32_t>(n_offset);
-        if (f[sdk::frame::kOffFrameType] != FRAME_SLOT) {
+        if (sdk::codec::frame_type(f) != FRAME_SLOT) {
             TLOGE("UNKNOW FRAME_SLOT");
             TLOGE("st_request_header = NULL");
             n_offset += n_frame;
@@ -103,7 +96,7 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
         }
         // Settled: a frame too short to hold its parameter byte is no report; it is
         // skipped as a reply of unknown body kind below.
-        if (n_frame > sdk::frame::kOffParam && (f[sdk::frame::kOffParam] & SDK_PARAM_REPORT_BIT)) {
+        if (n_frame > sdk::frame::kOffParam && sdk::codec::is_report(f)) {
             const int32_t n_ret = sdk_report_queue_push(&g_st_report_queue, p_buf + n_offset,
                                                         n_frame, static_cast<uint32_t>(ch.n_slot));
             if (n_ret != sdk::kOk) {
@@ -120,7 +113,7 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
         }
         send_lable_list_t st_node{};
         if (sdk_get_member_form_lable(PACKET_VIDEO, 0, 0, &st_node,
-                                      sdk::get_le16(f + sdk::frame::kOffLable),
+                                      sdk::codec::lable(f),
                                       static_cast<uint32_t>(n_transfer_id)) == sdk::kOk) {
             sdk::deliver_reply(st_node.p_list, st_reply, false);
         }

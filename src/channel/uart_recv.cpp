@@ -109,12 +109,12 @@ bool serve_channel(int32_t n_channel, uint8_t *p_buf) {
 // the wake pipe. The time-out is 1 second, or less when a resting line comes back sooner.
 void build_set(const std::vector<struct timeval> &rest_until, fd_set *p_set, int *p_max_fd,
                struct timeval *p_timeout) {
-    sdk::channel_fd_set(UART, p_set, p_max_fd);
+    sdk::channel_fd_set(sdk::Receiver::kUart, p_set, p_max_fd);
     uint32_t n_wait_ms = 1000;
     const struct timeval now = sdk::clock_now();
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (!sdk::channel_watched(ch, UART) || !timercmp(&now, &rest_until[i], <)) continue;
+        if (!sdk::channel_watched(ch, sdk::Receiver::kUart) || !timercmp(&now, &rest_until[i], <)) continue;
         FD_CLR(sdk::channel_fd(ch), p_set);
         struct timeval left = {};
         timersub(&rest_until[i], &now, &left);
@@ -181,7 +181,7 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
         sdk::wake_pipe_taken(sdk::Receiver::kUart, st_set);
         for (int32_t i = 0; i < g_st_transfer.n_num && !port_used(); ++i) {
             const transfer_data_t &ch = g_st_transfer.st_info[i];
-            if (!sdk::channel_ready(ch, UART, st_set)) continue;
+            if (!sdk::channel_ready(ch, sdk::Receiver::kUart, st_set)) continue;
             if (!serve_channel(i, arr_stream)) {
                 rest_until[static_cast<size_t>(i)] =
                     sdk::clock_add_ms(sdk::clock_now(), kDeadLineRestMs);

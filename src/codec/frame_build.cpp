@@ -7,6 +7,7 @@
 #include "common/result.h"
 #include "codec/layout.h"
 #include "codec/op_fields.h"
+#include "channel/transport.h"
 #include "transfer_server.h"
 
 namespace {
@@ -30,7 +31,7 @@ SDK_API int32_t sdk_packet_add_frame_header(frame_header_t *p_st_frame_header,
         return sdk::kErrRefused;
     }
     const transfer_data_t &ch = g_st_transfer.st_info[n_transfer_id];
-    if (ch.n_type != UDP && ch.n_type != UART) {
+    if (!sdk::sends(ch)) {
         TLOGE("unknow transfer type %d", ch.n_type);
         return sdk::kErrRefused;
     }

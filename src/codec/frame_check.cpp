@@ -4,7 +4,7 @@
 #include "common/bytes.h"
 #include "common/log.h"
 #include "common/result.h"
-#include "codec/layout.h"
+#include "codec/codec.h"
 #include "transfer_server.h"
 
 extern "C" {
@@ -46,18 +46,17 @@ SDK_API int32_t sdk_get_protocol_data(int8_t *p_data, int8_t *p_recv, uint16_t n
         return sdk::kErrRefused;
     }
     const auto *frame = reinterpret_cast<const uint8_t *>(p_recv);
-    if (frame[kOffFrameType] != FRAME_SLOT || (frame[kOffParam] & SDK_PARAM_BODY_MASK) != 0) {
+    if (sdk::codec::frame_type(frame) != FRAME_SLOT || sdk::codec::body_kind(frame) != BODY_ADDRESS)
         return sdk::kErrRefused;
-    }
-    const uint16_t n = sdk::get_le16(frame + kOffAddrLen);
     // Open point settled here: besides the 9000-byte limit of the destination, the stated
     // length must lie within the bytes received, so nothing is read past the frame.
-    if (n > SDK_DATA_BUF_LEN || kOffAddrData + static_cast<uint32_t>(n) > n_buf_len) {
+    const sdk::codec::BodyView v = sdk::codec::addr_body(frame, n_buf_len);
+    if (v.status != sdk::codec::Body::kOk) {
         TLOGE(" max num error code %d", sdk::kErrRefused);
         return sdk::kErrRefused;
     }
-    memcpy(p_data, frame + kOffAddrData, n);
-    return n;
+    memcpy(p_data, v.data, v.n_data);
+    return static_cast<int32_t>(v.n_data);
 }
 
 }  // extern "C"

@@ -4,11 +4,12 @@
 #include <semaphore.h>
 #include <cstring>
 
-#include "common/bytes.h"
+#include "codec/codec.h"
 #include "common/clock.h"
 #include "common/lock.h"
 #include "common/log.h"
 #include "common/result.h"
+#include "channel/transport.h"
 #include "transfer_server.h"
 #include "engine/state.h"
 #include "engine/request_state.h"
@@ -16,34 +17,12 @@
 namespace {
 
 constexpr uint32_t kRelease = 1;
-constexpr uint8_t kPollingParam = 0x42;  // acknowledgement asked, read, receiving-card body
-constexpr uint16_t kPollingDataLen = 2;
 
 enum class Why { kDone, kPollTimeout, kTimeout };
 
-void build_polling(rvcard_polling_packet_t *f, const packet_general_data_t &g, uint16_t n_lable) {
-    memset(f, 0, sizeof(*f));
-    f->frame_header.n_delimiter = SDK_FRAME_DELIMITER;
-    f->frame_header.n_frame_type = FRAME_SLOT;
-    f->frame_header.n_lable = n_lable;
-    f->frame_header.n_len = sizeof(*f) - SDK_FRAME_HEADER_LEN;
-    f->request_header.n_requset_param = kPollingParam;
-    f->request_header.n_device_type = DEVICE_ETH;
-    f->request_header.n_device_index = static_cast<uint16_t>(g.n_eth_id);
-    f->request_data.n_device_type = DEVICE_MCU;
-    f->request_data.n_port_id = static_cast<uint8_t>(g.n_eth_id);
-    f->request_data.n_rvcard_index = static_cast<uint16_t>(g.n_recvcard_id);
-    f->request_data.n_reg_addr = SDK_POLLING_REG_ADDR;
-    f->request_data.n_data_len = kPollingDataLen;
-    const auto *b = reinterpret_cast<const uint8_t *>(f);
-    f->rvcard_checksum =
-        static_cast<uint16_t>(sdk::byte_sum16(b + 22, 12) + SDK_RVCARD_CHECKSUM_SEED);
-    f->packet_checksum = sdk::byte_sum16(b, 36);
-}
-
 void send_polling_frame(packet_general_data_t *g, uint16_t n_lable) {
     rvcard_polling_packet_t st_frame;
-    build_polling(&st_frame, *g, n_lable);
+    sdk::codec::encode_poll(n_lable, g->n_eth_id, g->n_recvcard_id, &st_frame);
     sdk_physical_send(reinterpret_cast<uint8_t *>(&st_frame), sizeof(st_frame), g->n_channel_id);
     g->st_polling_time = sdk::clock_now();
 }
@@ -184,8 +163,7 @@ SDK_API void *sdk_transfer_timeout_monitor_thread(void * /*arg*/) {
 
 SDK_API int32_t sdk_reply_send(packet_data_t *p_packet) {
     packet_general_data_t *g = &p_packet->p_packet;
-    const json_type_tbl e_type = g_st_transfer.st_info[g->n_channel_id].n_type;
-    if (e_type != UDP && e_type != UART) return 0;
+    if (!sdk::sends(g_st_transfer.st_info[g->n_channel_id])) return 0;
     TLOGI("timeout reply send");
     sdk_physical_send(p_packet->st_send_data.arr_buf, p_packet->st_send_data.n_len,
                       g->n_channel_id);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "codec/codec.h"
 #include "common/clock.h"
 #include "common/lock.h"
 #include "common/log.h"
@@ -143,28 +144,13 @@ int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
     const uint32_t ch = static_cast<uint32_t>(n_ret);
     TLOGD("n_transfer_id %d", n_ret);
 
-    frame_header_t st_frame{};
-    request_header_t st_header{};
-    request_body_t st_body{};
-    n_ret = sdk_packet_add_frame_header(&st_frame, ch, *op);
-    if (n_ret >= 0)
-        n_ret = sdk_packet_add_request_header(&st_header, ch, st_frame.n_frame_type, *op);
-    if (n_ret >= 0) n_ret = sdk_packet_add_request_body(&st_body, st_header, *op);
-    if (n_ret < 0) {
-        TLOGE("error code %d", n_ret);
-        return n_ret;
-    }
-    n_ret = sdk_get_packet_length(st_header, st_body);
-    if (n_ret < 0) return n_ret;
+    sdk::codec::Staged st;
+    n_ret = sdk::codec::stage_request(*op, ch, n_wbuflen, &st);
+    if (n_ret < 0) return n_ret;  // logged by the staging
 
     // Settled: the frame must fit the 9000-byte send buffer; longer ones (up to 65535 and
     // beyond) are refused with -4006 before the record is allocated.
-    // The receiving-card checksum follows the body type that the builders took (the low
-    // four bits of e_type), not e_type itself: an e_type with high bits set must not make
-    // the frame two bytes longer than the length checked and sent.
-    const uint64_t n_frame_len = static_cast<uint64_t>(n_ret) + n_wbuflen + 2u +
-                                 (st_body.n_body_type == BODY_RECVCARD ? 2u : 0u);
-    if (n_frame_len > SDK_DATA_BUF_LEN) {
+    if (st.n_length > SDK_DATA_BUF_LEN) {
         TLOGE(" max num error code %d", sdk::kErrFrameTooLong);
         return sdk::kErrFrameTooLong;
     }
@@ -188,19 +174,17 @@ int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
         TLOGE("error code %d", sdk::kErrNoMemory);
         return sdk::kErrNoMemory;
     }
-    st_frame.n_len = static_cast<uint16_t>(n_frame_len - SDK_FRAME_HEADER_LEN);
-    p->st_send_data.n_len = static_cast<uint32_t>(n_frame_len);
     pthread_mutex_init(&p->st_wait_lock, nullptr);
     pthread_cond_init(&p->st_wait_signal, nullptr);
     pthread_mutex_init(&p->p_packet.st_lock, nullptr);
-    n_ret = sdk_packet_data(p->st_send_data.arr_buf, reinterpret_cast<uint8_t *>(p_wbuf), n_wbuflen,
-                            st_frame, st_header, st_body);
+    n_ret = sdk::codec::assemble_request(&st, reinterpret_cast<uint8_t *>(p_wbuf), n_wbuflen,
+                                         &p->st_send_data);
     if (n_ret < 0) {
         TLOGE("error code %d", n_ret);
         release_record(op);
         return n_ret;
     }
-    fill_general(&p->p_packet, *op, st_frame.n_lable, ch, b_card ? &card : nullptr);
+    fill_general(&p->p_packet, *op, st.frame.n_lable, ch, b_card ? &card : nullptr);
     n_ret = register_request(p, b_card ? &card : nullptr);
     if (n_ret != sdk::kOk) {
         // Settled: every registration made so far has been undone; the record goes too.

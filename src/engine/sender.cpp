@@ -6,6 +6,7 @@
 #include "common/lock.h"
 #include "common/log.h"
 #include "common/result.h"
+#include "channel/transport.h"
 #include "transfer_server.h"
 #include "engine/state.h"
 #include "engine/request_state.h"
@@ -48,8 +49,7 @@ void serve(uint32_t n_list, queue_list_data_t *p_node) {
         hand_on_unsent(n_list, p_node, q, g);
         return;
     }
-    const json_type_tbl e_type = g_st_transfer.st_info[n_channel].n_type;
-    if (e_type != UDP && e_type != UART) return;
+    if (!sdk::sends(g_st_transfer.st_info[n_channel])) return;
     {
         // The receive path marks a reply under the same lock, so the change to
         // PACKET_SEND_END can not overwrite a reply that arrives very fast.

@@ -4,6 +4,7 @@
 
 #include "common/log.h"
 #include "common/result.h"
+#include "channel/transport.h"
 #include "setup/channel_setup.h"
 #include "uart.h"
 
@@ -50,37 +51,6 @@ int64_t cards_per_sender_channel() {
 
 bool is_channel_type(int32_t type) {
     return type == UDP || type == TCP || type == RAW_SOCKET || type == UART || type == REPORT_UDP;
-}
-
-uint32_t open_bit(int32_t type) {
-    switch (type) {
-        case UDP:
-            return kOpenUdp;
-        case REPORT_UDP:
-            return kOpenReportUdp;
-        case UART:
-            return kOpenUart;
-        default:
-            return 0;
-    }
-}
-
-void open_serial(transfer_data_t *ch, const ChannelEntry &e, int64_t id) {
-    ch->n_fd = sdk_uart_init(reinterpret_cast<int8_t *>(const_cast<char *>(e.ip)),
-                             static_cast<uint32_t>(e.port));
-    LOGD(LOG_DEVICE, "n_fd %d", ch->n_fd);
-    // Open point settled here: a serial port that cannot be opened does not stop
-    // start-up (the rest of the chassis still works), but the channel is left unopened:
-    // n_state stays 0 so nothing is sent on it (its requests time out), n_fd keeps the
-    // negative result, and the host's MCU-programming descriptor is not overwritten
-    // with it.
-    if (ch->n_fd < 0) {
-        TLOGE("serial channel %lld on %s not opened, left unused", static_cast<long long>(id),
-              e.ip);
-        return;
-    }
-    ch->n_state = CHANNEL_OK;
-    n_mcu_isp_uart_fd = static_cast<uint32_t>(ch->n_fd);
 }
 
 }  // namespace
@@ -180,27 +150,12 @@ int32_t setup_channel_entry(const BoardClass &cls, const EntryPlace &place, mio_
              place.section);
     }
 
-    switch (cls.opens & open_bit(e.type)) {
-        case kOpenUart:
-            open_serial(ch, e, id);
-            return kOk;
-        case kOpenUdp:
-        case kOpenReportUdp: {
-            sock_addr_t addr{};
-            memcpy(addr.p_ip, e.ip, ip_len + 1);
-            addr.n_port = static_cast<uint32_t>(e.port);
-            int32_t ret = sdk_udp_init(addr, ch);
-            LOGD(LOG_DEVICE, "n_fd %d", ch->n_fd);
-            if (ret < 0) {
-                TLOGE("error code %d", ret);
-                return ret;
-            }
-            return kOk;
-        }
-        default:
-            TLOGE("unkonw type %d", e.type);
-            return kOk;
+    const Transport *t = transport_of(e.type);
+    if (t == nullptr || (cls.opens & t->open_bit) == 0) {
+        TLOGE("unkonw type %d", e.type);
+        return kOk;
     }
+    return t->open(ch, e.ip, static_cast<uint32_t>(e.port), id);
 }
 
 }  // namespace sdk::setup

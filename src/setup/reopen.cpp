@@ -11,24 +11,29 @@
 #include <initializer_list>
 
 #include "common/log.h"
+#include "channel/transport.h"
+#include "setup/channel_setup.h"
 #include "transfer_server.h"
 #include "channel/channel_fds.h"
 #include "engine/state.h"
 #include "engine/request_state.h"
-#include "uart.h"
 
 namespace {
+
+using sdk::setup::kOpenReportUdp;
+using sdk::setup::kOpenUart;
+using sdk::setup::kOpenUdp;
 
 struct ClassWalk {
     const char *array_key;
     transfer_id_map_t transfer_info_t::*map;
     bool b_listed_only;  // sub cards: only the slots the host serves
-    bool b_uart;         // the class opens serial channels
+    uint32_t opens;      // the kinds of channel the class opens
 };
 constexpr ClassWalk kClasses[] = {
-    {"maincards", &transfer_info_t::st_main_card, false, true},
-    {"subcards", &transfer_info_t::st_sub_card, true, false},
-    {"backplane", &transfer_info_t::st_backplane, false, true},
+    {"maincards", &transfer_info_t::st_main_card, false, kOpenUdp | kOpenReportUdp | kOpenUart},
+    {"subcards", &transfer_info_t::st_sub_card, true, kOpenUdp | kOpenReportUdp},
+    {"backplane", &transfer_info_t::st_backplane, false, kOpenUdp | kOpenUart},
 };
 
 bool slot_listed(int32_t slot, const char *slots, uint32_t n_slots) {
@@ -61,22 +66,15 @@ bool reopen_entry(const ClassWalk &cls, int32_t slot, transfer_section section, 
         port < 0 || sdk::counter_load(&ch->n_state) != CHANNEL_NULL) {
         return false;
     }
-    if (type == UART && cls.b_uart) {
-        const int32_t n_fd = sdk_uart_init(reinterpret_cast<int8_t *>(const_cast<char *>(ip)),
-                                           static_cast<uint32_t>(port));
-        if (n_fd < 0) return false;
-        publish(ch, n_fd);
-        n_mcu_isp_uart_fd = static_cast<uint32_t>(n_fd);
-        return true;
-    }
-    if (type != UDP && type != REPORT_UDP) return false;
-    sock_addr_t addr{};
-    if (strlen(ip) >= sizeof(addr.p_ip)) return false;
-    memcpy(addr.p_ip, ip, strlen(ip) + 1);
-    addr.n_port = static_cast<uint32_t>(port);
+    const sdk::Transport *t = sdk::transport_of(type);
+    if (t == nullptr || (cls.opens & t->open_bit) == 0) return false;
     transfer_data_t scratch{};
     scratch.n_type = ch->n_type;
-    if (sdk_udp_init(addr, &scratch) != 0 || scratch.n_state != CHANNEL_OK) return false;
+    scratch.n_fd = -1;
+    if (t->open(&scratch, ip, static_cast<uint32_t>(port), id) != 0 ||
+        scratch.n_state != CHANNEL_OK) {
+        return false;
+    }
     ch->st_local_address = scratch.st_local_address;
     ch->st_remote_address = scratch.st_remote_address;
     publish(ch, scratch.n_fd);
