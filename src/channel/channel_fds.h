@@ -44,7 +44,11 @@ inline void channel_fd_set(Receiver r, fd_set *p_set, int *p_max_fd) {
 void wake_pipe_add(Receiver r, fd_set *p_set, int *p_max_fd);
 // True, and the pipe drained, when select found the thread's wake pipe readable.
 bool wake_pipe_taken(Receiver r, const fd_set &set);
-// Makes the thread's select return so that it builds its set again.
+// Makes the thread's select or epoll wait return so that it builds its set again, or sees
+// that the engine stops.
 void wake_receiver(Receiver r);
+// The read end of the thread's wake pipe (-1 when it could not be made), and its draining.
+int wake_pipe_fd(Receiver r);
+void wake_pipe_drain(Receiver r);
 
 }  // namespace sdk

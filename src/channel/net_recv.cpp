@@ -14,6 +14,7 @@
 #include "common/result.h"
 #include "transfer_server.h"
 #include "channel/channel_fds.h"
+#include "channel/receive_loop.h"
 #include "engine/state.h"
 #include "codec/codec.h"
 #include "channel/net_datagram.h"
@@ -101,6 +102,17 @@ int32_t match(uint32_t n_channel, const uint8_t *b, const Reply &r) {
     }
     sdk::deliver_reply(st_node.p_list, r, b_card_device);
     return sdk::kOk;
+}
+
+// One datagram of UDP channel n_channel: received, checked and handed to its request.
+bool serve_channel(uint32_t n_channel, int32_t *p_ret) {
+    static thread_local uint8_t arr_buf[kRecvBufLen];
+    const int32_t n = sdk_physical_recv(arr_buf, n_channel);
+    if (n < 0) {
+        TLOGE("sdk_physical_recv n_recv_len < 0 ");
+        return false;
+    }
+    return sdk::recv_datagram(n_channel, arr_buf, static_cast<uint32_t>(n), p_ret);
 }
 
 }  // namespace
@@ -201,43 +213,19 @@ SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id) {
 
 SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
     int32_t n_ret = sdk::kOk;
-    static thread_local uint8_t arr_buf[kRecvBufLen];
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
-        const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (!sdk::channel_ready(ch, sdk::Receiver::kNet, n_fd_event)) continue;
-        int32_t n = sdk_physical_recv(arr_buf, static_cast<uint32_t>(i));
-        if (n < 0) {
-            TLOGE("sdk_physical_recv n_recv_len < 0 ");
-            return n_ret;
-        }
-        if (!sdk::recv_datagram(static_cast<uint32_t>(i), arr_buf, static_cast<uint32_t>(n),
-                                &n_ret)) {
-            return n_ret;
-        }
+        if (!sdk::channel_ready(g_st_transfer.st_info[i], sdk::Receiver::kNet, n_fd_event)) continue;
+        if (!serve_channel(static_cast<uint32_t>(i), &n_ret)) break;
     }
     return n_ret;
 }
 
 SDK_API void *sdk_transfer_recv_thread(void * /*arg*/) {
     pthread_setname_np(pthread_self(), "recv_thread");
-    int n_max_fd = 0;
-    for (;;) {
-        fd_set st_set;
-        sdk::channel_fd_set(sdk::Receiver::kNet, &st_set, &n_max_fd);
-        sdk::wake_pipe_add(sdk::Receiver::kNet, &st_set, &n_max_fd);
-        if (select(n_max_fd + 1, &st_set, nullptr, nullptr, nullptr) < 0) {
-            TLOGE("select error");
-            // Settled: after a failed select the set says nothing, and the sockets are
-            // blocking: serve nothing this cycle (no receive can block) and pause briefly.
-            FD_ZERO(&st_set);
-            usleep(kSelectRetryUs);
-        }
-        // A wake only asks for a new set (a channel was opened).
-        if (sdk::wake_pipe_taken(sdk::Receiver::kNet, st_set)) continue;
-        int32_t n_ret = sdk_recv_manage(st_set);
-        sem_post(&g_st_monitor_manage_list.sem);
-        if (n_ret < 0) TLOGE("recv error");
-    }
+    sdk::receive_loop(sdk::Receiver::kNet, {serve_channel, [](int32_t n_ret) {
+                                                sem_post(&g_st_monitor_manage_list.sem);
+                                                if (n_ret < 0) TLOGE("recv error");
+                                            }});
     return nullptr;
 }
 

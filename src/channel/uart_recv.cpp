@@ -66,7 +66,7 @@ void park_while_port_used() {
     }
     for (;;) {
         usleep(kPauseUs);
-        if (port_used()) continue;
+        if (port_used() && !sdk::stopping()) continue;
         sdk::MutexLock lock(&g_hand.lock);
         if (port_used()) continue;
         g_hand.b_parked = false;
@@ -168,7 +168,7 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
         g_st_transfer.n_num > 0 ? static_cast<size_t>(g_st_transfer.n_num) : 0;
     std::vector<struct timeval> rest_until(n_channels, timeval{0, 0});
     int n_max_fd = 0;
-    for (;;) {
+    while (!sdk::stopping()) {
         park_while_port_used();
         struct timeval st_timeout = {};
         fd_set st_set;
@@ -189,6 +189,9 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
             sem_post(&g_st_monitor_manage_list.sem);
         }
     }
+    sdk::MutexLock lock(&g_hand.lock);
+    g_hand.b_running = false;
+    pthread_cond_broadcast(&g_hand.cond);
     return nullptr;
 }
 

@@ -44,10 +44,18 @@ void wake_pipe_add(Receiver r, fd_set *p_set, int *p_max_fd) {
 bool wake_pipe_taken(Receiver r, const fd_set &set) {
     const int n_fd = read_end(r);
     if (n_fd < 0 || n_fd >= FD_SETSIZE || !FD_ISSET(n_fd, &set)) return false;
-    char sink[64];
-    while (read(n_fd, sink, sizeof sink) > 0) {
-    }
+    wake_pipe_drain(r);
     return true;
+}
+
+int wake_pipe_fd(Receiver r) {
+    return read_end(r);
+}
+
+void wake_pipe_drain(Receiver r) {
+    char sink[64];
+    while (read(read_end(r), sink, sizeof sink) > 0) {
+    }
 }
 
 void wake_receiver(Receiver r) {

@@ -148,6 +148,28 @@ void walk(uint32_t n_list) {
 
 }  // namespace
 
+namespace sdk {
+
+void end_requests_in_flight() {
+    for (int32_t i = 0; i < g_st_monitor_manage_list.n_list_num; ++i) {
+        monitor_packet_list_t *p_list = g_st_monitor_manage_list.p_list[i];
+        for (packet_list_t *p_node = p_list != nullptr && p_list->p_info_head != nullptr
+                                         ? p_list->p_info_head->p_st_next
+                                         : nullptr;
+             p_node != nullptr; p_node = p_node->p_st_next) {
+            packet_data_t *p = p_node->p_data;
+            MutexLock wait_lock(&p->st_wait_lock);
+            TLOGE("time out lable: %02x %02x p_packet->p_packet.e_state [%d] ",
+                  p->p_packet.n_send_lable & 0xFFu, (p->p_packet.n_send_lable >> 8) & 0xFFu,
+                  PACKET_WAIT_TIMEOUT);
+            state_store(&p->p_packet, PACKET_WAIT_TIMEOUT);
+            pthread_cond_signal(&p->st_wait_signal);
+        }
+    }
+}
+
+}  // namespace sdk
+
 extern "C" {
 
 SDK_API void *sdk_transfer_timeout_monitor_thread(void * /*arg*/) {
@@ -155,6 +177,7 @@ SDK_API void *sdk_transfer_timeout_monitor_thread(void * /*arg*/) {
     TLOGI("start");
     for (;;) {
         sem_wait(&g_st_monitor_manage_list.sem);
+        if (sdk::stopping()) break;
         for (int32_t i = 0; i < g_st_monitor_manage_list.n_list_num; ++i)
             walk(static_cast<uint32_t>(i));
     }

@@ -134,8 +134,24 @@ void fill_general(packet_general_data_t *g, const transfer_op_t &op, uint16_t n_
     }
 }
 
+// Counts a call in while it registers a request, so that sdk_transfer_exit waits for it.
+class Registering {
+  public:
+    Registering() { sdk::g_engine.n_registering.fetch_add(1, std::memory_order_seq_cst); }
+    ~Registering() { sdk::g_engine.n_registering.fetch_sub(1, std::memory_order_seq_cst); }
+    Registering(const Registering &) = delete;
+    Registering &operator=(const Registering &) = delete;
+};
+
 int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
     if (op == nullptr) return sdk::kErrRefused;
+    const Registering registering;
+    // Settled: a request made while the engine stops is refused, like one for a channel
+    // that is not open.
+    if (sdk::stopping()) {
+        TLOGE("error code %d", sdk::kErrRefused);
+        return sdk::kErrRefused;
+    }
     int32_t n_ret = sdk_get_transfer_map_id(*op);
     if (n_ret < 0) {
         TLOGE("error code %d", n_ret);

@@ -96,6 +96,7 @@ SDK_API void *sdk_transfer_sender_thread(void * /*arg*/) {
     TLOGI("start");
     for (;;) {
         sem_wait(&g_st_send_manage_list.sem);
+        if (sdk::stopping()) break;
         for (uint32_t i = 0; i < g_st_send_manage_list.n_list_num; ++i)
             walk(i);
     }

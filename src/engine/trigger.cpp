@@ -35,7 +35,7 @@ bool g_b_idle = false;  // under g_idle_lock
 void sleep_while_idle() {
     sdk::MutexLock lock(&g_idle_lock);
     g_b_idle = true;
-    while (g_b_idle && !requests_in_flight())
+    while (g_b_idle && !requests_in_flight() && !sdk::stopping())
         pthread_cond_wait(&g_idle_cond, &g_idle_lock);
     g_b_idle = false;
 }
@@ -51,12 +51,17 @@ void trigger_kick() {
     pthread_cond_signal(&g_idle_cond);
 }
 
+void trigger_wake() {
+    MutexLock lock(&g_idle_lock);
+    pthread_cond_signal(&g_idle_cond);
+}
+
 }  // namespace sdk
 
 extern "C" {
 
 SDK_API void *sdk_transfer_trigger_thread(void * /*arg*/) {
-    for (;;) {
+    while (!sdk::stopping()) {
         if (!requests_in_flight()) {
             sleep_while_idle();
             continue;

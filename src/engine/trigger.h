@@ -6,5 +6,7 @@ namespace sdk {
 // Called once a request is in a monitor list: wakes the trigger thread if it sleeps
 // because nothing was in flight.
 void trigger_kick();
+// Wakes the trigger thread whatever it waits for (the engine stops).
+void trigger_wake();
 
 }  // namespace sdk

@@ -1,13 +1,20 @@
 // Library start-up: configuration, channels, containers, then the worker threads.
 #include <pthread.h>
+#include <sched.h>
+#include <semaphore.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <initializer_list>
 
 #include "common/lock.h"
 #include "common/log.h"
 #include "common/result.h"
 #include "mio_json.h"
 #include "transfer_server.h"
+#include "channel/channel_fds.h"
 #include "engine/state.h"
+#include "engine/trigger.h"
 
 namespace {
 
@@ -37,6 +44,7 @@ enum class Stage { kIdle, kBuilt, kRunning };
 pthread_mutex_t g_init_lock = PTHREAD_MUTEX_INITIALIZER;  // serialises start-up calls
 Stage g_stage = Stage::kIdle;                             // under g_init_lock
 size_t g_n_started = 0;                                   // workers started, under g_init_lock
+pthread_t g_threads[sizeof(kWorkers) / sizeof(kWorkers[0])];  // the first g_n_started
 
 int32_t build_engine(char *slot, uint32_t slotnum, mio_json *root) {
     int32_t n_ret = sdk_device_transfer_mem_init(root);
@@ -65,9 +73,18 @@ int32_t start_workers() {
             return n_err;
         }
         if (w.name != nullptr) pthread_setname_np(t, w.name);
-        pthread_detach(t);
+        g_threads[g_n_started] = t;  // joined by sdk_transfer_exit
     }
     return sdk::kOk;
+}
+
+// Wakes every worker thread wherever it sleeps, so that it sees the engine stop.
+void wake_workers() {
+    sem_post(&g_st_send_manage_list.sem);
+    sem_post(&g_st_monitor_manage_list.sem);
+    sdk::trigger_wake();
+    for (sdk::Receiver r : {sdk::Receiver::kNet, sdk::Receiver::kReport, sdk::Receiver::kUart})
+        sdk::wake_receiver(r);
 }
 
 }  // namespace
@@ -119,6 +136,34 @@ SDK_API int32_t sdk_transfer_init(char *slot, uint32_t slotnum, char *transfer_p
     if (n_ret == sdk::kOk) g_stage = Stage::kRunning;
     TLOGI("end ret %d", n_ret);
     return n_ret;
+}
+
+SDK_API int32_t sdk_transfer_exit(void) {
+    TLOGI("start");
+    sdk::MutexLock init_lock(&g_init_lock);
+    if (g_stage == Stage::kIdle) {
+        TLOGI("end ret %d", sdk::kOk);
+        return sdk::kOk;
+    }
+    // New requests are refused from here on; those being registered finish first.
+    sdk::g_engine.b_stopping.store(true, std::memory_order_seq_cst);
+    while (sdk::g_engine.n_registering.load(std::memory_order_seq_cst) != 0)
+        sched_yield();
+    for (size_t i = 0; i < g_n_started; ++i) {
+        // Each thread is woken until it has left: a post may be taken by a walk already
+        // under way, so the wake is repeated while the join would wait.
+        while (pthread_tryjoin_np(g_threads[i], nullptr) == EBUSY) {
+            wake_workers();
+            usleep(1000);
+        }
+    }
+    g_n_started = 0;
+    sdk::end_requests_in_flight();
+    sdk::engine_teardown();
+    sdk::g_engine.b_stopping.store(false, std::memory_order_seq_cst);
+    g_stage = Stage::kIdle;
+    TLOGI("end ret %d", sdk::kOk);
+    return sdk::kOk;
 }
 
 }  // extern "C"

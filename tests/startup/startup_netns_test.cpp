@@ -270,3 +270,46 @@ TEST(Startup, RunningEngineServesSerialRepliesAndQueuesReports) {
 }
 
 }  // namespace
+
+namespace {
+
+// sdk_transfer_exit ends what is in flight, stops the threads, closes the channels and
+// frees the engine; start-up then runs again as in a fresh process.
+TEST(Startup, ExitStopsTheEngineAndStartUpRunsAgain) {
+    SKIP_OUTSIDE_PRIVATE_NETNS();
+    sdk::test::log_capture();
+    sdk::test::PtyPair pty;
+    TempDir dir;
+    const std::string path = dir.write("exit.json", chassis(pty.slave_path()));
+    char slots[] = {1};
+    auto engine_threads = [] {
+        const auto names = thread_names();
+        return names.count("sender_thread") + names.count("recv_thread") +
+               names.count("monitor_thread") + names.count("uart_recv") +
+               names.count("report_recv");
+    };
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(sdk_transfer_init(slots, 1, const_cast<char *>(path.c_str())), 0) << round;
+        EXPECT_EQ(engine_threads(), 5u);
+        transfer_op_t op{};
+        op.e_mode = FPGA;
+        op.n_slot = 100;
+        op.n_timeout = 60000;  // nobody answers: only the exit ends it
+        op.n_read_len = 4;
+        ASSERT_EQ(sdk_request(nullptr, 0, &op), 0);
+        int32_t waited = 0;
+        std::thread caller([&] {
+            char rbuf[SDK_DATA_BUF_LEN];
+            waited = sdk_request_wait(rbuf, &op);
+        });
+        EXPECT_EQ(sdk_transfer_exit(), 0);
+        caller.join();
+        EXPECT_EQ(waited, -4001);
+        EXPECT_EQ(engine_threads(), 0u);
+        EXPECT_EQ(g_st_transfer.n_num, 0);
+        EXPECT_EQ(sdk_request(nullptr, 0, &op), -4000);  // nothing is configured now
+    }
+    EXPECT_EQ(sdk_transfer_exit(), 0);  // not running: nothing to do
+}
+
+}  // namespace
