@@ -128,63 +128,9 @@ bool recv_datagram(uint32_t n_channel, const uint8_t *b, uint32_t n, int32_t *p_
     return true;
 }
 
-// Settled: copying the reply and ending the request exclude each other through
-// st_wait_lock. The monitor never ends a request whose label a reply has taken until the
-// reply is stored (PACKET_RECV_DONE), so the record is alive here.
-void deliver_reply(packet_data_t *p, const Reply &r, bool b_card_device) {
-    sdk::MutexLock wait_lock(&p->st_wait_lock);
-    if (!sdk::request_enabled(&p->p_packet)) {
-        // A withdrawn request: its requester waits for this mark before freeing it.
-        sdk::mark_set(&p->p_packet, sdk::kMarkReplySeen);
-        pthread_cond_signal(&p->st_wait_signal);
-        return;
-    }
-    if (b_card_device == r.b_card_body) {
-        memcpy(p->st_recv_data.arr_buf, r.p_data, r.n_len);
-        p->st_recv_data.n_len = r.n_len;
-    }
-    sdk::MutexLock lock(&p->p_packet.st_lock);
-    // Tells a sender that has not yet let go of the request to wake the monitor (sender.cpp).
-    sdk::mark_set(&p->p_packet, sdk::kMarkReplied);
-    sdk::state_store(&p->p_packet, PACKET_RECV_DONE);
-}
-
-send_lable_manage_t *lable_list_of(packet_code_type e_type, uint32_t n_eth_id, uint32_t n_rvcard_id,
-                                   uint32_t n_transfer_id) {
-    if (g_st_transfer.st_info == nullptr ||
-        n_transfer_id >= static_cast<uint32_t>(g_st_transfer.n_num)) {
-        return nullptr;
-    }
-    if (e_type == PACKET_VIDEO || e_type == PACKET_SENDER) {
-        return &g_st_transfer.st_info[n_transfer_id].p_list;
-    }
-    if (e_type != PACKET_RECV) return nullptr;
-    rvcard_eth_queue_manage_t *p_port = nullptr;
-    if (sdk_rvcard_port_lookup(&g_st_transfer, n_transfer_id, n_eth_id, n_rvcard_id, &p_port) !=
-        kOk) {
-        return nullptr;
-    }
-    return p_port->p_list[n_rvcard_id];
-}
-
 }  // namespace sdk
 
 extern "C" {
-
-SDK_API int32_t sdk_get_member_form_lable(packet_code_type e_type, uint32_t n_eth_id,
-                                          uint32_t n_rvcard_id, send_lable_list_t *p_packet,
-                                          uint32_t n_lable, uint32_t n_transfer_id) {
-    if (e_type != PACKET_VIDEO && e_type != PACKET_SENDER && e_type != PACKET_RECV) {
-        TLOGE("unkonw transfer channel type");
-        return sdk::kErrNoLabel;
-    }
-    send_lable_manage_t *p_list = sdk::lable_list_of(e_type, n_eth_id, n_rvcard_id, n_transfer_id);
-    if (p_list == nullptr) return sdk::kErrNoLabel;
-    // The walk and the removal are one critical section of the list.
-    int32_t n_ret = sdk_lable_list_take(p_list, n_lable, p_packet);
-    if (n_ret != sdk::kOk && n_ret != sdk::kErrNoLabel) TLOGE("error code %d", n_ret);
-    return n_ret;
-}
 
 SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id) {
     if (p_rbuf == nullptr || g_st_transfer.st_info == nullptr ||

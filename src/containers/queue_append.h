@@ -36,3 +36,19 @@ inline int32_t queue_append_locked(send_queue_t *p_queue, data_buf_t *p_send_dat
 }
 
 }  // namespace sdk
+
+namespace sdk {
+
+// Takes the head entry off the queue (the caller holds its st_lock and knows it is not
+// empty) and returns it; the node is freed.
+inline queue_data_t queue_pop_locked(send_queue_t *p_queue) {
+    queue_node_t *p_old = p_queue->p_front;
+    const queue_data_t st_head = *p_old->p_data;
+    p_queue->p_front = p_old->p_next;
+    p_queue->st_general.n_len--;
+    free(p_old->p_data);
+    free(p_old);
+    return st_head;
+}
+
+}  // namespace sdk

@@ -1,24 +1,64 @@
-// The time-out monitor: ends requests (reply, write-wait, polling answered, time-out),
-// retransmits them and polls receiving cards.
+// The time-out monitor: whenever the trigger finds a deadline due, it takes the due
+// requests off the deadline heap and, request by request, ends it (write-wait passed,
+// polling answered, time-out with no retransmission left), retransmits it or polls its
+// receiving card, and puts it back with its next deadline. Replies end their requests on
+// the receive path; the monitor sees only what is due.
 #include <pthread.h>
 #include <semaphore.h>
+
+#include <algorithm>
 #include <cstring>
 
+#include "channel/transport.h"
 #include "codec/codec.h"
 #include "common/clock.h"
 #include "common/lock.h"
 #include "common/log.h"
 #include "common/result.h"
-#include "channel/transport.h"
-#include "transfer_server.h"
-#include "engine/state.h"
+#include "engine/deadlines.h"
+#include "engine/ending.h"
 #include "engine/request_state.h"
+#include "engine/send.h"
+#include "engine/state.h"
+#include "transfer_server.h"
 
 namespace {
 
-constexpr uint32_t kRelease = 1;
+using sdk::Why;
 
-enum class Why { kDone, kPollTimeout, kTimeout };
+// A deadline check that the millisecond arithmetic of the time test does not yet see
+// as passed is looked at again this much later.
+constexpr uint64_t kRecheckNs = 1000000;
+
+uint64_t ns_of(const struct timeval &t) {
+    return static_cast<uint64_t>(t.tv_sec) * 1000000000u + static_cast<uint64_t>(t.tv_usec) * 1000u;
+}
+
+// The end of the current attempt.
+uint64_t attempt_deadline(const packet_general_data_t *g) {
+    return ns_of(g->st_start_time) + static_cast<uint64_t>(g->n_timeout) * 1000000u;
+}
+
+// A next look no earlier than a little from now: the time test counts whole
+// milliseconds, so a deadline just reached may not yet count as passed.
+uint64_t later(uint64_t n_due_ns) {
+    return std::max(n_due_ns, sdk::now_ns() + kRecheckNs);
+}
+
+// When a request that goes on must next be looked at.
+uint64_t next_look(const packet_data_t *p) {
+    const packet_general_data_t *g = &p->p_packet;
+    if (!sdk::expects_reply(g) && !sdk::polled(g)) return later(sdk::first_deadline(g));
+    if (sdk::expects_reply(g)) return later(attempt_deadline(g));
+    const packet_state s = sdk::state_load(g);
+    if (s == PACKET_SEND_END) return later(0);  // its first polling frame is due
+    uint64_t n_due = later(attempt_deadline(g));
+    if (s == PACKET_POLLING_SEND && p->p_queue_general->e_packet_code_type == PACKET_RECV) {
+        n_due = std::min(n_due, later(ns_of(g->st_polling_time) +
+                                      static_cast<uint64_t>(g->n_polling_time) * 1000000u));
+    }
+    return n_due;
+}
 
 void send_polling_frame(packet_general_data_t *g, uint16_t n_lable) {
     rvcard_polling_packet_t st_frame;
@@ -27,123 +67,81 @@ void send_polling_frame(packet_general_data_t *g, uint16_t n_lable) {
     g->st_polling_time = sdk::clock_now();
 }
 
-// The ending sequence. Returns false, changing nothing, when the request must wait: a
-// reply has taken its label but not yet stored itself. Whoever removes the label first
-// owns the outcome; the record is removed by identity because labels repeat after the
-// wrap.
-bool end_request(packet_data_t *p, uint32_t n_list, packet_list_t *p_node, packet_state e_final,
-                 Why why) {
-    sdk::MutexLock wait_lock(&p->st_wait_lock);
-    packet_general_data_t *g = &p->p_packet;
-    queue_general_data_t *q = p->p_queue_general;
-    if (sdk::state_load(g) == PACKET_RECV_DONE) {
-        if (e_final == PACKET_WAIT_TIMEOUT) return false;  // the reply won: end it next walk
-    } else {
-        send_lable_manage_t *p_list =
-            sdk::lable_list_of(q->e_packet_code_type, g->n_eth_id, g->n_recvcard_id,
-                               static_cast<uint32_t>(q->n_channel_id));
-        if (p_list != nullptr && sdk_lable_list_remove(p_list, p) == sdk::kErrNoLabel) return false;
-    }
-    sdk::state_store(g, e_final);
-    if (why == Why::kDone && !sdk::expects_reply(g)) p->st_recv_data.n_len = 0;
-    if (why == Why::kPollTimeout) TLOGE("packet time out %d ", g->n_timeout);
-    if (why == Why::kTimeout) {
-        TLOGE("time out lable: %02x %02x p_packet->p_packet.e_state [%d] ", g->n_send_lable & 0xFFu,
-              (g->n_send_lable >> 8) & 0xFFu, e_final);
-    }
-    sdk_monitor_list_pull(&g_st_monitor_manage_list, n_list, p_node);
-    sdk_transfer_channel_state_update(q, g, kRelease);
-    if (why == Why::kPollTimeout) TLOGD("packet end ");
-    if (why == Why::kTimeout) TLOGD("packet end");
-    pthread_cond_signal(&p->st_wait_signal);
-    return true;
+// What the rules decided for one request.
+struct Outcome {
+    bool b_ended = false;
+    uint64_t n_due_ns = sdk::kNever;  // the next look, when it goes on
+};
+
+// Ends the request; when a reply has just taken its label, the reply ends it (or, for a
+// write without acknowledgement, stores itself) and the monitor looks again shortly.
+Outcome end(sdk::InFlight *x, packet_state e_final, Why why, send_queue_t **pp_next) {
+    if (sdk::end_locked(x, e_final, why, pp_next)) return Outcome{true, sdk::kNever};
+    return Outcome{false, later(0)};
 }
 
-// A withdrawn request (its registration failed in sdk_request): drop the node and tell
-// the requester, who frees the record.
-void drop_withdrawn(packet_data_t *p, uint32_t n_list, packet_list_t *p_node) {
-    sdk::MutexLock wait_lock(&p->st_wait_lock);
-    sdk_monitor_list_pull(&g_st_monitor_manage_list, n_list, p_node);
-    sdk::state_store(&p->p_packet, PACKET_WAIT_TIMEOUT);
-    pthread_cond_signal(&p->st_wait_signal);
-}
-
-void expire(packet_data_t *p, uint32_t n_list, packet_list_t *p_node, Why why) {
-    packet_general_data_t *g = &p->p_packet;
+// A time-out: retransmission while one is left, else the end.
+Outcome expire(sdk::InFlight *x, Why why, send_queue_t **pp_next) {
+    packet_general_data_t *g = &x->rec.p_packet;
     if (g->n_reply_num < g->n_reply_times) {
-        sdk_reply_send(p);
+        sdk_reply_send(&x->rec);
         g->n_reply_num++;
-        return;
+        return Outcome{false, next_look(&x->rec)};
     }
-    end_request(p, n_list, p_node, PACKET_WAIT_TIMEOUT, why);
+    return end(x, PACKET_WAIT_TIMEOUT, why, pp_next);
 }
 
-void handle(uint32_t n_list, packet_list_t *p_node) {
-    packet_data_t *p = p_node->p_data;
+// The rules for one due request, under its st_wait_lock and st_lock.
+Outcome handle(sdk::InFlight *x, send_queue_t **pp_next) {
+    packet_data_t *p = &x->rec;
     packet_general_data_t *g = &p->p_packet;
-    if (!sdk::request_enabled(g)) {
-        drop_withdrawn(p, n_list, p_node);
-        return;
-    }
-    // Settled: a request is ended, retransmitted or polled only once the sender is done
-    // with it (it then has left its queue and holds its channel). Before that it waits;
-    // if its queue could not be listed, it is listed again here.
-    if (!sdk::mark_test(g, sdk::kMarkTaken)) {
-        if (sdk::mark_test(g, sdk::kMarkRelist) &&
-            sdk_send_list_push(&g_st_send_manage_list, sdk::queue_of(p->p_queue_general)) ==
-                sdk::kOk) {
-            sdk::mark_clear(g, sdk::kMarkRelist);
-        }
-        return;
-    }
     const packet_state s = sdk::state_load(g);
     if (!sdk::expects_reply(g) && !sdk::polled(g)) {
         // Settled: a write that timed out while still queued never left the host, so its
         // write-wait proves nothing. Like a sent request that got no reply, it goes out
         // with a retransmission if one is left, and otherwise ends timed out.
         if (sdk::mark_test(g, sdk::kMarkUnsent)) {
-            if (g->n_reply_num < g->n_reply_times) {
-                sdk_reply_send(p);
-                g->n_reply_num++;
-                g->st_send_time = sdk::clock_now();
-                sdk::mark_clear(g, sdk::kMarkUnsent);
-            } else {
-                end_request(p, n_list, p_node, PACKET_WAIT_TIMEOUT, Why::kTimeout);
-            }
-            return;
+            if (g->n_reply_num >= g->n_reply_times)
+                return end(x, PACKET_WAIT_TIMEOUT, Why::kTimeout, pp_next);
+            sdk_reply_send(p);
+            g->n_reply_num++;
+            g->st_send_time = sdk::clock_now();
+            sdk::mark_clear(g, sdk::kMarkUnsent);
+            return Outcome{false, sdk::first_deadline(g)};
         }
         // Settled: a reply that came anyway (PACKET_RECV_DONE) ends it too, after the wait.
-        if (sdk::elapsed_us(g->st_send_time) < g->n_write_wait_time) return;
-        if (s != PACKET_SEND_END && s != PACKET_RECV_DONE) return;
-        end_request(p, n_list, p_node, PACKET_END, Why::kDone);
-        return;
+        if (sdk::elapsed_us(g->st_send_time) < g->n_write_wait_time)
+            return Outcome{false, next_look(p)};
+        return end(x, PACKET_END, Why::kDone, pp_next);
     }
+    if (s == PACKET_RECV_DONE) return end(x, PACKET_END, Why::kDone, pp_next);
     const bool b_polled = !sdk::expects_reply(g);
-    if (s == PACKET_RECV_DONE) {
-        end_request(p, n_list, p_node, PACKET_END, Why::kDone);
-        return;
-    }
     if (sdk_packet_timeout_check(g) == sdk::kOk) {
         if (b_polled) sdk_send_polling(p);
-        return;
+        return Outcome{false, next_look(p)};
     }
-    expire(p, n_list, p_node, b_polled ? Why::kPollTimeout : Why::kTimeout);
+    return expire(x, b_polled ? Why::kPollTimeout : Why::kTimeout, pp_next);
 }
 
-void walk(uint32_t n_list) {
-    monitor_packet_list_t *p_list = g_st_monitor_manage_list.p_list[n_list];
-    if (p_list == nullptr || p_list->p_info_head == nullptr || p_list->n_state != 1) return;
-    packet_list_t *p_node = nullptr;
-    sdk_monitor_list_get_next(p_list, &p_node, p_list->p_info_head);
-    if (p_node == nullptr) return;
-    p_list->n_state = 2;
-    while (p_node != nullptr) {
-        packet_list_t *p_next = nullptr;  // the cursor
-        sdk_monitor_list_get_next(p_list, &p_next, p_node);
-        handle(n_list, p_node);
-        p_node = p_next;
+void look_at(sdk::InFlight *x) {
+    packet_data_t *p = &x->rec;
+    send_queue_t *p_next = nullptr;
+    {
+        sdk::MutexLock wait_lock(&p->st_wait_lock);
+        if (sdk::state_final(sdk::state_load(&p->p_packet))) {
+            // Ended meanwhile by its reply: only let go, and tell the caller.
+            sdk::deadline_release(x, sdk::kNever, false);
+            pthread_cond_signal(&p->st_wait_signal);
+            return;
+        }
+        Outcome o;
+        {
+            sdk::MutexLock send_lock(&p->p_packet.st_lock);
+            o = handle(x, &p_next);
+        }
+        sdk::deadline_release(x, o.n_due_ns, !o.b_ended);
     }
-    p_list->n_state = 1;
+    if (p_next != nullptr) sdk::send_channel_head(p_next);
 }
 
 }  // namespace
@@ -151,20 +149,14 @@ void walk(uint32_t n_list) {
 namespace sdk {
 
 void end_requests_in_flight() {
-    for (int32_t i = 0; i < g_st_monitor_manage_list.n_list_num; ++i) {
-        monitor_packet_list_t *p_list = g_st_monitor_manage_list.p_list[i];
-        for (packet_list_t *p_node = p_list != nullptr && p_list->p_info_head != nullptr
-                                         ? p_list->p_info_head->p_st_next
-                                         : nullptr;
-             p_node != nullptr; p_node = p_node->p_st_next) {
-            packet_data_t *p = p_node->p_data;
-            MutexLock wait_lock(&p->st_wait_lock);
-            TLOGE("time out lable: %02x %02x p_packet->p_packet.e_state [%d] ",
-                  p->p_packet.n_send_lable & 0xFFu, (p->p_packet.n_send_lable >> 8) & 0xFFu,
-                  PACKET_WAIT_TIMEOUT);
-            state_store(&p->p_packet, PACKET_WAIT_TIMEOUT);
-            pthread_cond_signal(&p->st_wait_signal);
-        }
+    for (InFlight *x : deadline_all()) {
+        packet_data_t *p = &x->rec;
+        MutexLock wait_lock(&p->st_wait_lock);
+        TLOGE("time out lable: %02x %02x p_packet->p_packet.e_state [%d] ",
+              p->p_packet.n_send_lable & 0xFFu, (p->p_packet.n_send_lable >> 8) & 0xFFu,
+              PACKET_WAIT_TIMEOUT);
+        state_store(&p->p_packet, PACKET_WAIT_TIMEOUT);
+        pthread_cond_signal(&p->st_wait_signal);
     }
 }
 
@@ -178,8 +170,9 @@ SDK_API void *sdk_transfer_timeout_monitor_thread(void * /*arg*/) {
     for (;;) {
         sem_wait(&g_st_monitor_manage_list.sem);
         if (sdk::stopping()) break;
-        for (int32_t i = 0; i < g_st_monitor_manage_list.n_list_num; ++i)
-            walk(static_cast<uint32_t>(i));
+        while (sdk::InFlight *x = sdk::deadline_take_due())
+            look_at(x);
+        sdk::deadline_done();
     }
     return nullptr;
 }

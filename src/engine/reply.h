@@ -15,10 +15,9 @@ struct Reply {
     bool b_card_body = false;
 };
 
-// Copies the reply into the request and marks it PACKET_RECV_DONE under st_wait_lock, so
-// the copy never races with the monitor ending the request. The data are stored only when
-// the body kind fits the device kind (b_card_device). Must follow a successful label take:
-// the monitor waits for this call before it ends a request whose label has gone.
+// Copies the reply into the request (only when the body kind fits the device kind,
+// b_card_device) and ends it, under its locks, then sends its channel's next frame. Must
+// follow a successful label take: whoever takes the label owns the outcome.
 void deliver_reply(packet_data_t *p, const Reply &r, bool b_card_device);
 
 }  // namespace sdk

@@ -1,5 +1,6 @@
 // The request API: accepts a request, registers it with the engine and waits for its end.
 #include <pthread.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -12,7 +13,10 @@
 #include "transfer_server.h"
 #include "engine/state.h"
 #include "engine/request_state.h"
-#include "engine/trigger.h"
+#include "engine/deadlines.h"
+#include "engine/ending.h"
+#include "engine/inflight.h"
+#include "engine/send.h"
 
 namespace {
 
@@ -45,70 +49,70 @@ void release_record(transfer_op_t *op) {
     pthread_cond_destroy(&p->st_wait_signal);
     pthread_mutex_destroy(&p->st_wait_lock);
     pthread_mutex_destroy(&p->p_packet.st_lock);
-    free(p);
+    free(sdk::inflight_of(p));
     op->p_packet_node = nullptr;
 }
 
-// Undoes a registration that failed after the monitor push; called with st_wait_lock
-// held. Only the monitor may pull its node, so the request is withdrawn (n_enable false)
-// and the monitor drops it and signals. If a stray reply took the label before it was
-// removed here, the receive path still holds the record: wait until it says it is done.
-void withdraw(packet_data_t *p, send_lable_manage_t *p_list) {
-    __atomic_store_n(&p->p_packet.n_enable, false, __ATOMIC_RELEASE);
-    bool b_label_mine = p_list == nullptr || sdk_lable_list_remove(p_list, p) == sdk::kOk;
-    while (!sdk::state_final(sdk::state_load(&p->p_packet)) ||
-           !(b_label_mine || sdk::mark_test(&p->p_packet, sdk::kMarkReplySeen))) {
-        pthread_cond_wait(&p->st_wait_signal, &p->st_wait_lock);
-    }
+// The record of a new request. Settled: nothing of it is zero-filled but its small fields;
+// the two 9000-byte buffers are written only as far as a frame or a reply uses them.
+sdk::InFlight *new_record() {
+    auto *x = static_cast<sdk::InFlight *>(malloc(sizeof(sdk::InFlight)));
+    if (x == nullptr) return nullptr;
+    packet_data_t *p = &x->rec;
+    p->n_port_id = 0;
+    p->st_send_data.n_len = 0;
+    p->st_recv_data.n_len = 0;
+    memset(&p->p_packet, 0, sizeof(p->p_packet));
+    p->p_queue_general = nullptr;
+    x->n_due_ns = sdk::kNever;
+    x->n_heap_index = sdk::kNotListed;
+    x->b_monitor_busy = false;
+    x->b_labelled = false;
+    pthread_mutex_init(&p->st_wait_lock, nullptr);
+    pthread_cond_init(&p->st_wait_signal, nullptr);
+    pthread_mutex_init(&p->p_packet.st_lock, nullptr);
+    return x;
 }
 
-// Registers the record under its st_wait_lock. Order: monitor list first (its undo is the
-// withdrawal), then the label (before the frame, so that a fast reply finds it), then the
-// frame. Once the frame is queued the request is accepted: a failed send-list push is
-// left to the monitor, which lists the queue again (kMarkRelist).
-int32_t register_request(packet_data_t *p, const CardTarget *card) {
-    sdk::MutexLock wait_lock(&p->st_wait_lock);
+// Registers the request: listed for the monitor (with no deadline while it is queued),
+// then its frame queued. A channel's frame goes out at once from this thread when the
+// channel is free; a card's queue is listed for the sender thread. Once the frame is
+// queued the request is accepted. Its label is listed when its frame goes out.
+int32_t register_request(sdk::InFlight *x, const CardTarget *card) {
+    packet_data_t *p = &x->rec;
     const uint32_t ch = p->p_packet.n_channel_id;
-    send_queue_t *q = card == nullptr ? &g_st_sender_queue.p_queue[ch] : nullptr;
-    if (q != nullptr) p->p_queue_general = &q->st_general;
-
-    int32_t n_ret = sdk_monitor_list_push(&g_st_monitor_manage_list, p);
-    if (n_ret != sdk::kOk) return n_ret;
-    sdk::trigger_kick();  // an idle engine's periods resume
-
-    send_lable_manage_t *p_list = card != nullptr ? card->p_port->p_list[card->n_rvcard_id]
-                                                  : &g_st_transfer.st_info[ch].p_list;
-    n_ret = sdk_lable_list_push(p_list, p);
-    if (n_ret != sdk::kOk) {
-        withdraw(p, nullptr);
-        return n_ret;
+    if (!sdk::deadline_add(x, sdk::kNever)) return sdk::kErrNoMemory;
+    if (card == nullptr) {
+        send_queue_t *q = &g_st_sender_queue.p_queue[ch];
+        p->p_queue_general = &q->st_general;
+        const int32_t n_ret = sdk_send_queue_push(q, &p->st_send_data, &p->p_packet);
+        if (n_ret != sdk::kOk) {
+            sdk::deadline_remove(x);
+            return n_ret;
+        }
+        sdk::send_channel_head(q);
+        return sdk::kOk;
     }
-
+    send_queue_t *q = nullptr;
     {
         // st_lock keeps the sender off the record until p_queue_general is written.
         sdk::MutexLock send_lock(&p->p_packet.st_lock);
-        if (card != nullptr) {
-            send_queue_t **pp_slot = &card->p_port->p_queue[card->n_rvcard_id];
-            n_ret = sdk_rvcard_queue_push(pp_slot, card->p_port, g_st_transfer, &p->st_send_data,
-                                          &p->p_packet);
-            if (n_ret == sdk::kOk) {
-                q = *pp_slot;
-                p->p_queue_general = &q->st_general;
-            } else {
-                sdk_rvcard_queue_distory(pp_slot, card->p_port);
-            }
-        } else {
-            n_ret = sdk_send_queue_push(q, &p->st_send_data, &p->p_packet);
+        send_queue_t **pp_slot = &card->p_port->p_queue[card->n_rvcard_id];
+        const int32_t n_ret = sdk_rvcard_queue_push(pp_slot, card->p_port, g_st_transfer,
+                                                    &p->st_send_data, &p->p_packet);
+        if (n_ret != sdk::kOk) {
+            sdk_rvcard_queue_distory(pp_slot, card->p_port);
+            sdk::deadline_remove(x);
+            return n_ret;
         }
+        q = *pp_slot;
+        p->p_queue_general = &q->st_general;
     }
-    if (n_ret != sdk::kOk) {
-        withdraw(p, p_list);
-        return n_ret;
-    }
-
-    if (sdk_send_list_push(&g_st_send_manage_list, q) != sdk::kOk) {
+    // Settled: a queue that could not be listed (memory) is listed again by the sender
+    // thread, which the post wakes; the frame is never left without a sender.
+    while (sdk_send_list_push(&g_st_send_manage_list, q) != sdk::kOk) {
         TLOGE("error code %d", sdk::kErrNoMemory);
-        sdk::mark_set(&p->p_packet, sdk::kMarkRelist);
+        usleep(1000);
     }
     return sdk::kOk;
 }
@@ -184,15 +188,13 @@ int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
         return n_ret;
     }
 
-    auto *p = static_cast<packet_data_t *>(calloc(1, sizeof(packet_data_t)));
+    sdk::InFlight *x = new_record();
+    packet_data_t *p = x != nullptr ? &x->rec : nullptr;
     op->p_packet_node = p;
     if (p == nullptr) {
         TLOGE("error code %d", sdk::kErrNoMemory);
         return sdk::kErrNoMemory;
     }
-    pthread_mutex_init(&p->st_wait_lock, nullptr);
-    pthread_cond_init(&p->st_wait_signal, nullptr);
-    pthread_mutex_init(&p->p_packet.st_lock, nullptr);
     n_ret = sdk::codec::assemble_request(&st, reinterpret_cast<uint8_t *>(p_wbuf), n_wbuflen,
                                          &p->st_send_data);
     if (n_ret < 0) {
@@ -201,7 +203,7 @@ int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
         return n_ret;
     }
     fill_general(&p->p_packet, *op, st.frame.n_lable, ch, b_card ? &card : nullptr);
-    n_ret = register_request(p, b_card ? &card : nullptr);
+    n_ret = register_request(x, b_card ? &card : nullptr);
     if (n_ret != sdk::kOk) {
         // Settled: every registration made so far has been undone; the record goes too.
         TLOGE("error code %d", n_ret);
@@ -210,14 +212,11 @@ int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
     return n_ret;
 }
 
-// Waits under st_wait_lock until the engine has ended the request.
+// Waits under st_wait_lock until the engine has ended the request and let go of it.
 packet_state wait_end(packet_data_t *p) {
-    packet_state s = sdk::state_load(&p->p_packet);
-    while (!sdk::state_final(s)) {
+    while (!sdk::released(sdk::inflight_of(p)))
         pthread_cond_wait(&p->st_wait_signal, &p->st_wait_lock);
-        s = sdk::state_load(&p->p_packet);
-    }
-    return s;
+    return sdk::state_load(&p->p_packet);
 }
 
 }  // namespace

@@ -43,18 +43,14 @@ inline bool holds_port(const packet_general_data_t *p) {
     return expects_reply(p) || polled(p);
 }
 
-// n_enable false means "withdrawn by sdk_request": its registration failed half-way and the
-// monitor is asked to drop its node (only the monitor may pull it).
+// n_enable: true from creation and never cleared by the engine. Settled: a request found
+// disabled would be handed on unsent (and end by its time-out) rather than stay queued.
 inline bool request_enabled(const packet_general_data_t *p) {
     return __atomic_load_n(&p->n_enable, __ATOMIC_ACQUIRE);
 }
 
 // Progress marks, kept in n_write_state (a field no other operation uses).
-constexpr uint32_t kMarkTaken = 1u;      // the sender is done with the record: it may end
-constexpr uint32_t kMarkRelist = 2u;     // the send-list push failed: the monitor re-lists
-constexpr uint32_t kMarkReplySeen = 4u;  // the receive path is done with a withdrawn record
-constexpr uint32_t kMarkReplied = 8u;    // a reply is being stored (set before the state)
-constexpr uint32_t kMarkUnsent = 16u;    // taken off its queue unsent (timed out while queued)
+constexpr uint32_t kMarkUnsent = 16u;  // taken off its queue unsent (timed out while queued)
 // Returns the marks as they were before.
 inline uint32_t mark_set(packet_general_data_t *p, uint32_t m) {
     return __atomic_fetch_or(&p->n_write_state, m, __ATOMIC_ACQ_REL);

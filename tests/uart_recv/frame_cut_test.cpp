@@ -9,6 +9,7 @@
 
 #include "support/config_fixture.h"
 #include "support/log_capture.h"
+#include "engine/inflight.h"
 #include "transfer_server.h"
 
 namespace {
@@ -87,12 +88,15 @@ struct Request {
     packet_data_t *p = nullptr;
     int32_t ch;
     Request(uint16_t lable, int32_t channel = kMainUart) : ch(channel) {
-        p = static_cast<packet_data_t *>(calloc(1, sizeof(packet_data_t)));
+        p = static_cast<packet_data_t *>(calloc(1, sizeof(sdk::InFlight)));
         pthread_mutex_init(&p->p_packet.st_lock, nullptr);
         pthread_mutex_init(&p->st_wait_lock, nullptr);
         pthread_cond_init(&p->st_wait_signal, nullptr);
         p->p_packet.n_enable = true;
         p->p_packet.e_state = PACKET_SEND_END;
+        // Without acknowledgement: the reply is stored and the request left for its
+        // write-wait, so the harness sees the reply path alone.
+        p->p_packet.n_no_ack = EN_REQUEST_NO_ACK;
         p->p_packet.n_send_lable = lable;
         EXPECT_EQ(sdk_lable_list_push(&g_st_transfer.st_info[ch].p_list, p), 0);
     }
