@@ -93,23 +93,22 @@ int32_t register_request(sdk::InFlight *x, const CardTarget *card) {
         sdk::send_channel_head(q);
         return sdk::kOk;
     }
-    send_queue_t *q = nullptr;
-    {
-        // st_lock keeps the sender off the record until p_queue_general is written.
-        sdk::MutexLock send_lock(&p->p_packet.st_lock);
-        send_queue_t **pp_slot = &card->p_port->p_queue[card->n_rvcard_id];
-        const int32_t n_ret = sdk_rvcard_queue_push(pp_slot, card->p_port, g_st_transfer,
-                                                    &p->st_send_data, &p->p_packet);
-        if (n_ret != sdk::kOk) {
-            sdk_rvcard_queue_distory(pp_slot, card->p_port);
-            sdk::deadline_remove(x);
-            return n_ret;
-        }
-        q = *pp_slot;
-        p->p_queue_general = &q->st_general;
+    // st_lock keeps the sender off the record until it is listed: the card's queue lives
+    // at least as long as this request is not sent (its hold), so listing it here never
+    // meets a queue that a fast reply to an earlier frame has freed meanwhile.
+    sdk::MutexLock send_lock(&p->p_packet.st_lock);
+    send_queue_t **pp_slot = &card->p_port->p_queue[card->n_rvcard_id];
+    const int32_t n_ret = sdk_rvcard_queue_push(pp_slot, card->p_port, g_st_transfer,
+                                                &p->st_send_data, &p->p_packet);
+    if (n_ret != sdk::kOk) {
+        sdk_rvcard_queue_distory(pp_slot, card->p_port);
+        sdk::deadline_remove(x);
+        return n_ret;
     }
-    // Settled: a queue that could not be listed (memory) is listed again by the sender
-    // thread, which the post wakes; the frame is never left without a sender.
+    send_queue_t *q = *pp_slot;
+    p->p_queue_general = &q->st_general;
+    // Settled: a queue that cannot be listed (memory) is tried again until it is; the
+    // frame is never left without a sender.
     while (sdk_send_list_push(&g_st_send_manage_list, q) != sdk::kOk) {
         TLOGE("error code %d", sdk::kErrNoMemory);
         usleep(1000);

@@ -26,7 +26,13 @@ void serve_card(uint32_t n_list, queue_list_data_t *p_node, send_queue_t *q) {
     sdk::MutexLock lock(&g->st_lock);
     sdk_transfer_channel_state_update(&q->st_general, g, kOccupy);
     sdk_send_queue_pull(q);
-    queue_general_data_t st_general = q->st_general;  // q may be gone after the list pull
+    // What the send needs of the queue is fixed for its life; copied, since q may be
+    // gone after the list pull (n_len, which producers change, is not read).
+    queue_general_data_t st_general{};
+    st_general.n_channel_id = q->st_general.n_channel_id;
+    st_general.e_packet_code_type = q->st_general.e_packet_code_type;
+    st_general.n_recvcard_id = q->st_general.n_recvcard_id;
+    st_general.n_eth_id = q->st_general.n_eth_id;
     sdk_send_list_pull(&g_st_send_manage_list, n_list, p_node);
     sdk::send_locked(&st_general, g, st_head.p_send_data);
 }
