@@ -328,7 +328,7 @@ SDK_API void *sdk_transfer_report_recv_thread(void *arg);
  * is lost). A failed receive ends the pass with the running result. */
 SDK_API int32_t sdk_report_recv_manage(fd_set n_fd_event);
 
-/* Serial receive thread body: select over the opened UART channels (1-second time-out),
+/* Serial receive thread body: select over the opened UART channels (no time-out),
  * reads and cuts frames, keeping an incomplete tail for up to 1000 reads per wake-up.
  * Idle while the host sets b_uart_used_flg (see sdk_uart_hold). A line that fails to
  * read rests 100 ms while the others are served. Never returns. */

@@ -168,8 +168,9 @@ SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
 
 SDK_API void *sdk_transfer_recv_thread(void * /*arg*/) {
     pthread_setname_np(pthread_self(), "recv_thread");
+    // A reply ends its request right here, so a pass leaves the monitor nothing to do: it
+    // is not woken after the pass.
     sdk::receive_loop(sdk::Receiver::kNet, {serve_channel, [](int32_t n_ret) {
-                                                sem_post(&g_st_monitor_manage_list.sem);
                                                 if (n_ret < 0) TLOGE("recv error");
                                             }});
     return nullptr;

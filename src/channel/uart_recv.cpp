@@ -106,11 +106,15 @@ bool serve_channel(int32_t n_channel, uint8_t *p_buf) {
 }
 
 // The lines to watch this cycle: every opened serial channel that is not resting, and
-// the wake pipe. The time-out is 1 second, or less when a resting line comes back sooner.
-void build_set(const std::vector<struct timeval> &rest_until, fd_set *p_set, int *p_max_fd,
+// the wake pipe. Settled: the wait has no time limit unless a resting line comes back
+// (the 1-second time-out served nothing: the host's hold, a channel opened later and the
+// engine's exit all come through the wake pipe), so an idle engine costs no wake-ups.
+// Returns whether the wait is timed.
+bool build_set(const std::vector<struct timeval> &rest_until, fd_set *p_set, int *p_max_fd,
                struct timeval *p_timeout) {
     sdk::channel_fd_set(sdk::Receiver::kUart, p_set, p_max_fd);
-    uint32_t n_wait_ms = 1000;
+    constexpr uint32_t kUntimed = UINT32_MAX;
+    uint32_t n_wait_ms = kUntimed;
     const struct timeval now = sdk::clock_now();
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
@@ -122,8 +126,10 @@ void build_set(const std::vector<struct timeval> &rest_until, fd_set *p_set, int
         if (n_left_ms < n_wait_ms) n_wait_ms = n_left_ms;
     }
     sdk::wake_pipe_add(sdk::Receiver::kUart, p_set, p_max_fd);
+    if (n_wait_ms == kUntimed) return false;
     p_timeout->tv_sec = n_wait_ms / 1000;
     p_timeout->tv_usec = static_cast<suseconds_t>((n_wait_ms % 1000) * 1000);
+    return true;
 }
 
 }  // namespace
@@ -172,8 +178,9 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
         park_while_port_used();
         struct timeval st_timeout = {};
         fd_set st_set;
-        build_set(rest_until, &st_set, &n_max_fd, &st_timeout);
-        if (select(n_max_fd + 1, &st_set, nullptr, nullptr, &st_timeout) < 0) {
+        const bool b_timed = build_set(rest_until, &st_set, &n_max_fd, &st_timeout);
+        if (select(n_max_fd + 1, &st_set, nullptr, nullptr, b_timed ? &st_timeout : nullptr) <
+            0) {
             usleep(kPauseUs);
             TLOGE("select error");
             FD_ZERO(&st_set);  // the set says nothing after a failure

@@ -171,23 +171,29 @@ bool deadline_wait_due() {
             pthread_cond_wait(&g_heap.cond, &g_heap.lock);
             continue;
         }
-        if (g_heap.items.empty() || g_heap.items.front()->n_due_ns == kNever) {
-            // Nothing to time: sleep until a deadline comes.
-            g_heap.n_armed_ns = kNever;
-            pthread_cond_wait(&g_heap.cond, &g_heap.lock);
-            continue;
-        }
-        const uint64_t n_due = g_heap.items.front()->n_due_ns;
-        if (n_due <= now_ns()) {
+        const uint64_t n_now = now_ns();
+        const uint64_t n_top = g_heap.items.empty() ? kNever : g_heap.items.front()->n_due_ns;
+        if (n_top <= n_now) {
             // Until the monitor has run, new deadlines need not wake the trigger.
             g_heap.b_fired = true;
             g_heap.n_armed_ns = 0;
             return true;
         }
-        g_heap.n_armed_ns = n_due;
+        // A wait armed earlier still runs out at its time, even when the deadline it was
+        // armed for has gone: requests that follow one another on a channel set later
+        // deadlines and then need not wake the trigger each (deadline sets wake it only
+        // for a deadline earlier than the armed one). Once the armed time has passed the
+        // wait goes to the earliest deadline, or without a time limit when there is none.
+        uint64_t n_until = n_top;
+        if (g_heap.n_armed_ns > n_now && g_heap.n_armed_ns < n_until) n_until = g_heap.n_armed_ns;
+        g_heap.n_armed_ns = n_until;
+        if (n_until == kNever) {
+            pthread_cond_wait(&g_heap.cond, &g_heap.lock);
+            continue;
+        }
         timespec until{};
-        until.tv_sec = static_cast<time_t>(n_due / 1000000000u);
-        until.tv_nsec = static_cast<long>(n_due % 1000000000u);
+        until.tv_sec = static_cast<time_t>(n_until / 1000000000u);
+        until.tv_nsec = static_cast<long>(n_until % 1000000000u);
         pthread_cond_timedwait(&g_heap.cond, &g_heap.lock, &until);
     }
 }

@@ -6,8 +6,8 @@
 #include <sstream>
 #include <vector>
 
-#include "channel_setup/netns_helpers.h"
-#include "channel_setup/setup_fixture.h"
+#include "support/netns_helpers.h"
+#include "setup/setup_fixture.h"
 #include "support/pty.h"
 #include "uart.h"
 
@@ -17,7 +17,7 @@ using namespace sdk::test;
 
 std::string chassis_text(const std::string &main_tty, const std::string &back_tty) {
     const char *src = getenv("TRANSFER_SOURCE_DIR");
-    std::ifstream in(std::string(src ? src : ".") + "/tests/channel_setup/data/chassis.json");
+    std::ifstream in(std::string(src ? src : ".") + "/tests/setup/data/chassis.json");
     std::stringstream ss;
     ss << in.rdbuf();
     std::string text = ss.str();

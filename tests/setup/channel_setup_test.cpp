@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "channel_setup/setup_fixture.h"
+#include "setup/setup_fixture.h"
 #include "support/pty.h"
 #include "uart.h"
 

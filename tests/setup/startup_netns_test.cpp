@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "channel_setup/netns_helpers.h"
+#include "support/netns_helpers.h"
 #include "support/log_capture.h"
 #include "support/pty.h"
 #include "transfer_server.h"

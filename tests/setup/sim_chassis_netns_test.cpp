@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "channel_setup/netns_helpers.h"
+#include "support/netns_helpers.h"
 #include "support/log_capture.h"
 #include "support/sim_process.h"
 #include "transfer_server.h"

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "channel_setup/netns_helpers.h"
+#include "support/netns_helpers.h"
 #include "support/log_capture.h"
 #include "support/pty.h"
 
