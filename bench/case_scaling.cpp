@@ -1,7 +1,11 @@
 // Scaling with load: CPU time of the whole process per completed request when 10, 1000
 // or 10000 acknowledged reads are accepted at once across the 32 channels, all waited
-// for afterwards. Small batches are repeated so that every size runs long enough.
+// for afterwards. Small batches are repeated so that every size runs long enough. At each
+// size the monitor thread's CPU time and wake-ups (its context switches, voluntary and
+// not) are added up over the passes, for its CPU time per wake-up: the deadline work must
+// not grow with the number of requests in flight.
 #include <algorithm>
+#include <cstdio>
 #include <vector>
 
 #include "cases.h"
@@ -15,6 +19,7 @@ namespace {
 constexpr uint32_t kTimeoutMs = 120000;  // nothing may time out while it waits its turn
 constexpr uint64_t kMinRequests = 10000;
 constexpr int kPasses = 2;
+constexpr size_t kSizes[] = {10, 1000, 10000};
 
 struct Batch {
     uint64_t completed = 0;
@@ -39,9 +44,12 @@ Batch run_batch(size_t n, std::vector<transfer_op_t> &ops, std::vector<char> &rb
 }
 
 // Batches of n until kMinRequests are done; keeps the lower CPU cost per request of this
-// and an earlier pass.
-int run_size(size_t n, std::vector<transfer_op_t> &ops, std::vector<char> &rbuf, Metrics &m) {
+// and an earlier pass, and adds the monitor thread's (`monitor`) CPU time and wake-ups.
+int run_size(size_t n, std::vector<transfer_op_t> &ops, std::vector<char> &rbuf, int monitor,
+             Metrics &m) {
     Batch total;
+    ThreadSample mon0;
+    const bool watched = monitor != 0 && thread_sample(monitor, &mon0);
     const uint64_t cpu0 = process_cpu_ns();
     const uint64_t t0 = now_ns();
     while (total.completed + total.failed < kMinRequests) {
@@ -52,6 +60,13 @@ int run_size(size_t n, std::vector<transfer_op_t> &ops, std::vector<char> &rbuf,
     const double cpu = static_cast<double>(process_cpu_ns() - cpu0);
     const double wall = static_cast<double>(now_ns() - t0);
     const std::string k = "n" + std::to_string(n) + "_";
+    ThreadSample mon1;
+    if (watched && thread_sample(monitor, &mon1)) {
+        m[k + "monitor_cpu_ns"] += thread_cpu_ns(mon1) - thread_cpu_ns(mon0);
+        m[k + "monitor_ticks"] += static_cast<double>(mon1.ticks - mon0.ticks);
+        m[k + "monitor_wakeups"] += static_cast<double>(mon1.switches - mon0.switches);
+        m[k + "monitor_requests"] += static_cast<double>(total.completed + total.failed);
+    }
     const double per = cpu / 1e3 / static_cast<double>(std::max<uint64_t>(total.completed, 1));
     if (m.count(k + "cpu_us_per_req") == 0 || per < m[k + "cpu_us_per_req"]) {
         m[k + "cpu_us_per_req"] = per;
@@ -68,12 +83,23 @@ int case_scaling(const CaseContext &ctx, Metrics &m) {
     std::vector<char> rbuf(SDK_DATA_BUF_LEN);
     std::vector<transfer_op_t> ops(10000);
     run_batch(100, ops, rbuf);  // warm-up
+    const int monitor = thread_id_named("monitor_thread");
+    if (monitor == 0) fprintf(stderr, "bench: no thread named monitor_thread\n");
+    ThreadSample probe;
+    m["monitor_schedstat"] = monitor != 0 && thread_sample(monitor, &probe) && probe.run_ns != 0;
     int rc = 0;
     // Interleaved passes: the machine is shared, and a disturbed pass is only ever slower.
     for (int pass = 0; pass < kPasses; ++pass) {
-        for (size_t n : {size_t{10}, size_t{1000}, size_t{10000}}) {
-            if (run_size(n, ops, rbuf, m) != 0) rc = 1;
+        for (size_t n : kSizes) {
+            if (run_size(n, ops, rbuf, monitor, m) != 0) rc = 1;
         }
+    }
+    for (size_t n : kSizes) {
+        const std::string k = "n" + std::to_string(n) + "_";
+        const double wakeups = m[k + "monitor_wakeups"];
+        m[k + "monitor_us_per_wakeup"] = wakeups > 0 ? m[k + "monitor_cpu_ns"] / 1e3 / wakeups : 0;
+        m[k + "monitor_wakeups_per_1000_req"] =
+            m[k + "monitor_requests"] > 0 ? 1000.0 * wakeups / m[k + "monitor_requests"] : 0;
     }
     return rc;
 }
