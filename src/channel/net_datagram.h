@@ -14,4 +14,13 @@ namespace sdk {
 // frame or body type.
 bool recv_datagram(uint32_t n_channel, const uint8_t *b, uint32_t n, int32_t *p_ret);
 
+// Receives one datagram of a datagram channel into p_rbuf (65535 bytes): its length;
+// with b_wait false, 0 when none is waiting; -4000 for a channel of another kind, -3000
+// when the receive fails ("socket error %d").
+int32_t physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id, bool b_wait);
+
+// One datagram of UDP channel n_channel, taken without waiting and handed over as
+// recv_datagram does; true (nothing to do) when no datagram was waiting.
+bool serve_datagram(uint32_t n_channel, int32_t *p_ret);
+
 }  // namespace sdk

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "common/bytes.h"
@@ -104,49 +105,26 @@ int32_t match(uint32_t n_channel, const uint8_t *b, const Reply &r) {
     return sdk::kOk;
 }
 
-// One datagram of UDP channel n_channel: received, checked and handed to its request.
-bool serve_channel(uint32_t n_channel, int32_t *p_ret) {
-    static thread_local uint8_t arr_buf[kRecvBufLen];
-    const int32_t n = sdk_physical_recv(arr_buf, n_channel);
-    if (n < 0) {
-        TLOGE("sdk_physical_recv n_recv_len < 0 ");
-        return false;
-    }
-    return sdk::recv_datagram(n_channel, arr_buf, static_cast<uint32_t>(n), p_ret);
-}
-
 }  // namespace
 
 namespace sdk {
 
-bool recv_datagram(uint32_t n_channel, const uint8_t *b, uint32_t n, int32_t *p_ret) {
-    Reply r;
-    const int32_t n_parse = parse(b, n, &r);
-    if (n_parse < 0) *p_ret = n_parse;
-    if (n_parse != sdk::kOk) return false;
-    *p_ret = match(n_channel, b, r);
-    return true;
-}
-
-}  // namespace sdk
-
-extern "C" {
-
-SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id) {
+int32_t physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id, bool b_wait) {
     if (p_rbuf == nullptr || g_st_transfer.st_info == nullptr ||
         n_transfer_id >= static_cast<uint32_t>(g_st_transfer.n_num)) {
-        return sdk::kErrRefused;
+        return kErrRefused;
     }
     const transfer_data_t &ch = g_st_transfer.st_info[n_transfer_id];
-    const sdk::Transport *t = sdk::transport_of(ch.n_type);
-    if (t == nullptr || t->receiver == sdk::Receiver::kUart) {  // datagram channels only
+    const Transport *t = transport_of(ch.n_type);
+    if (t == nullptr || t->receiver == Receiver::kUart) {  // datagram channels only
         TLOGI("unknow transfer type %d", ch.n_type);
-        return sdk::kErrRefused;
+        return kErrRefused;
     }
-    ssize_t n = recv(ch.n_fd, p_rbuf, kRecvBufLen, 0);
+    ssize_t n = recv(ch.n_fd, p_rbuf, kRecvBufLen, b_wait ? 0 : MSG_DONTWAIT);
+    if (n < 0 && !b_wait && (errno == EAGAIN || errno == EWOULDBLOCK)) return 0;
     if (n <= 0) {
         TLOGI("socket error %d", static_cast<int32_t>(n));
-        return sdk::kErrRecv;
+        return kErrRecv;
     }
     const uint8_t *b = p_rbuf;
     if (n >= 26) {
@@ -157,11 +135,43 @@ SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id) {
     return static_cast<int32_t>(n);
 }
 
+
+bool recv_datagram(uint32_t n_channel, const uint8_t *b, uint32_t n, int32_t *p_ret) {
+    Reply r;
+    const int32_t n_parse = parse(b, n, &r);
+    if (n_parse < 0) *p_ret = n_parse;
+    if (n_parse != sdk::kOk) return false;
+    *p_ret = match(n_channel, b, r);
+    return true;
+}
+
+// Settled: the datagram is taken without waiting; when another reader (a caller that
+// receives on its channel itself, see direct_receive.h) took it first, there is nothing
+// to serve, and no receive ever blocks a thread that serves other channels.
+bool serve_datagram(uint32_t n_channel, int32_t *p_ret) {
+    static thread_local uint8_t arr_buf[kRecvBufLen];
+    const int32_t n = physical_recv(arr_buf, n_channel, false);
+    if (n == 0) return true;
+    if (n < 0) {
+        TLOGE("sdk_physical_recv n_recv_len < 0 ");
+        return false;
+    }
+    return recv_datagram(n_channel, arr_buf, static_cast<uint32_t>(n), p_ret);
+}
+
+}  // namespace sdk
+
+extern "C" {
+
+SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id) {
+    return sdk::physical_recv(p_rbuf, n_transfer_id, true);
+}
+
 SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
     int32_t n_ret = sdk::kOk;
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         if (!sdk::channel_ready(g_st_transfer.st_info[i], sdk::Receiver::kNet, n_fd_event)) continue;
-        if (!serve_channel(static_cast<uint32_t>(i), &n_ret)) break;
+        if (!sdk::serve_datagram(static_cast<uint32_t>(i), &n_ret)) break;
     }
     return n_ret;
 }
@@ -170,7 +180,7 @@ SDK_API void *sdk_transfer_recv_thread(void * /*arg*/) {
     pthread_setname_np(pthread_self(), "recv_thread");
     // A reply ends its request right here, so a pass leaves the monitor nothing to do: it
     // is not woken after the pass.
-    sdk::receive_loop(sdk::Receiver::kNet, {serve_channel, [](int32_t n_ret) {
+    sdk::receive_loop(sdk::Receiver::kNet, {sdk::serve_datagram, [](int32_t n_ret) {
                                                 if (n_ret < 0) TLOGE("recv error");
                                             }});
     return nullptr;

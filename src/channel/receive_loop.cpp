@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <vector>
 
@@ -19,6 +20,18 @@ namespace {
 constexpr uint32_t kWakeTag = UINT32_MAX;
 constexpr useconds_t kErrorPauseUs = 1000;
 constexpr int kMaxEvents = 64;
+
+// The epoll descriptor of each receive thread while it runs, -1 otherwise.
+std::atomic<int> g_epoll[3] = {{-1}, {-1}, {-1}};
+
+void watch(Receiver r, uint32_t n_channel, int n_fd, uint32_t n_events) {
+    const int ep = g_epoll[static_cast<int>(r)].load(std::memory_order_acquire);
+    if (ep < 0) return;
+    epoll_event ev{};
+    ev.events = n_events;
+    ev.data.u32 = n_channel;
+    epoll_ctl(ep, EPOLL_CTL_MOD, n_fd, &ev);
+}
 
 // Registers the open channels of r and the wake pipe; forgets the previous set.
 void rebuild(int ep, Receiver r, std::vector<int> *p_fds) {
@@ -40,12 +53,21 @@ void rebuild(int ep, Receiver r, std::vector<int> *p_fds) {
 
 }  // namespace
 
+void receive_pause(Receiver r, uint32_t n_channel, int n_fd) {
+    watch(r, n_channel, n_fd, 0);
+}
+
+void receive_resume(Receiver r, uint32_t n_channel, int n_fd) {
+    watch(r, n_channel, n_fd, EPOLLIN);
+}
+
 void receive_loop(Receiver r, const ReceivePass &pass) {
     const int ep = epoll_create1(EPOLL_CLOEXEC);
     if (ep < 0) {
         TLOGE("select error");
         return;
     }
+    g_epoll[static_cast<int>(r)].store(ep, std::memory_order_release);
     std::vector<int> fds;
     std::vector<uint32_t> ready;
     bool b_rebuild = true;
@@ -79,6 +101,7 @@ void receive_loop(Receiver r, const ReceivePass &pass) {
         }
         pass.after(n_ret);
     }
+    g_epoll[static_cast<int>(r)].store(-1, std::memory_order_release);
     close(ep);
 }
 

@@ -17,6 +17,11 @@ struct ReceivePass {
     void (*after)(int32_t n_ret);
 };
 
+// Stops or resumes the watch of receive thread r on channel n_channel (descriptor n_fd):
+// a caller that receives on the channel itself keeps the thread from waking for it.
+void receive_pause(Receiver r, uint32_t n_channel, int n_fd);
+void receive_resume(Receiver r, uint32_t n_channel, int n_fd);
+
 // Runs receive thread r until the engine stops. A wake rebuilds the set of descriptors
 // (a channel was opened) or, once the engine stops, ends the loop.
 void receive_loop(Receiver r, const ReceivePass &pass);

@@ -1,5 +1,7 @@
 // The container step of start-up, shared by start-up and the engine tests.
+#include "channel/direct_receive.h"
 #include "common/log.h"
+#include "common/result.h"
 #include "transfer_server.h"
 #include "engine/state.h"
 
@@ -12,6 +14,7 @@ SDK_API int32_t sdk_transfer_containers_init(void) {
     if (n_ret == 0) n_ret = sdk_send_list_manage_init(&g_st_send_manage_list, g_st_transfer);
     if (n_ret == 0) n_ret = sdk_rvcard_queue_manage_init(&g_st_transfer);
     if (n_ret == 0) n_ret = sdk_lable_list_manage_init(&g_st_transfer);
+    if (n_ret == 0 && !sdk::direct_receive_setup(true)) n_ret = sdk::kErrNoMemory;
     if (n_ret != 0) TLOGE("error code %d", n_ret);
     return n_ret;
 }

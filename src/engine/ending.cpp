@@ -3,6 +3,7 @@
 
 #include <semaphore.h>
 
+#include "channel/direct_receive.h"
 #include "common/log.h"
 #include "common/result.h"
 #include "engine/deadlines.h"
@@ -48,6 +49,7 @@ bool end_locked(InFlight *x, packet_state e_final, Why why, send_queue_t **pp_ne
     if (why == Why::kPollTimeout) TLOGD("packet end ");
     if (why == Why::kTimeout) TLOGD("packet end");
     pthread_cond_signal(&p->st_wait_signal);
+    wake_direct_receiver(g->n_channel_id);
     return true;
 }
 

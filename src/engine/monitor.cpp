@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "channel/direct_receive.h"
 #include "channel/transport.h"
 #include "codec/codec.h"
 #include "common/clock.h"
@@ -132,6 +133,7 @@ void look_at(sdk::InFlight *x) {
             // Ended meanwhile by its reply: only let go, and tell the caller.
             sdk::deadline_release(x, sdk::kNever, false);
             pthread_cond_signal(&p->st_wait_signal);
+            sdk::wake_direct_receiver(p->p_packet.n_channel_id);
             return;
         }
         Outcome o;
@@ -140,6 +142,8 @@ void look_at(sdk::InFlight *x) {
             o = handle(x, &p_next);
         }
         sdk::deadline_release(x, o.n_due_ns, !o.b_ended);
+        // A caller receiving on the channel itself waits for the monitor to let go too.
+        if (o.b_ended) sdk::wake_direct_receiver(p->p_packet.n_channel_id);
     }
     if (p_next != nullptr) sdk::send_channel_head(p_next);
 }
@@ -157,6 +161,7 @@ void end_requests_in_flight() {
               PACKET_WAIT_TIMEOUT);
         state_store(&p->p_packet, PACKET_WAIT_TIMEOUT);
         pthread_cond_signal(&p->st_wait_signal);
+        wake_direct_receiver(p->p_packet.n_channel_id);
     }
 }
 

@@ -13,6 +13,7 @@
 #include "transfer_server.h"
 #include "engine/state.h"
 #include "engine/request_state.h"
+#include "channel/direct_receive.h"
 #include "engine/deadlines.h"
 #include "engine/ending.h"
 #include "engine/inflight.h"
@@ -235,8 +236,9 @@ SDK_API int32_t sdk_request_wait(char *p_rbuf, transfer_op_t *p_st_header) {
         return 0;
     }
     packet_data_t *p = p_st_header->p_packet_node;
-    pthread_mutex_lock(&p->st_wait_lock);
     const packet_state s0 = sdk::state_load(&p->p_packet);
+    sdk::receive_until_released(sdk::inflight_of(p));
+    pthread_mutex_lock(&p->st_wait_lock);
     const packet_state s = wait_end(p);
     int32_t n_ret = sdk::kErrTimeout;
     if (s == PACKET_END) {

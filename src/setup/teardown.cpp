@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "channel/direct_receive.h"
 #include "transfer_server.h"
 #include "engine/state.h"
 #include "uart.h"
@@ -99,6 +100,7 @@ void free_channel(transfer_data_t *ch) {
 namespace sdk {
 
 void engine_teardown() {
+    direct_receive_setup(false);
     // Reports: none can have arrived (no thread ran), but the queue is emptied all the same.
     while (g_st_report_queue.n_len != 0 && sdk_report_queue_pull(&g_st_report_queue) == 0) {
     }
