@@ -15,8 +15,8 @@ inline int channel_fd(const transfer_data_t &ch) {
     return __atomic_load_n(&ch.n_fd, __ATOMIC_ACQUIRE);
 }
 
-// The channel is open and read by receive thread r. Settled: unopened channels (negative descriptor) and descriptors that select cannot watch stay
-// out of every set.
+// The channel is open and read by receive thread r. Settled: unopened channels (negative
+// descriptor) and descriptors that select cannot watch stay out of every set.
 inline bool channel_watched(const transfer_data_t &ch, Receiver r) {
     const Transport *t = transport_of(ch.n_type);
     const int n_fd = channel_fd(ch);

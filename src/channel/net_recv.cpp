@@ -58,10 +58,10 @@ int32_t parse(const uint8_t *b, uint32_t n, Reply *r) {
     // the 9000-byte receive buffer; otherwise the frame is malformed.
     if (n_kind == BODY_ADDRESS || n_kind == BODY_TLV || n_kind == BODY_RECVCARD) {
         const bool b_card = n_kind == BODY_RECVCARD;
-        const sdk::codec::BodyView v = b_card ? sdk::codec::card_body(b, n) : sdk::codec::addr_body(b, n);
+        const sdk::codec::BodyView v =
+            b_card ? sdk::codec::card_body(b, n) : sdk::codec::addr_body(b, n);
         // (An address or TLV reply hands over its error code and length too: 4 bytes more.)
-        if (v.status != sdk::codec::Body::kOk ||
-            (!b_card && v.n_data + 4u > SDK_DATA_BUF_LEN)) {
+        if (v.status != sdk::codec::Body::kOk || (!b_card && v.n_data + 4u > SDK_DATA_BUF_LEN)) {
             TLOGE(" max num error code %d", sdk::kErrRefused);
             return sdk::kErrRefused;
         }
@@ -135,7 +135,6 @@ int32_t physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id, bool b_wait) {
     return static_cast<int32_t>(n);
 }
 
-
 bool recv_datagram(uint32_t n_channel, const uint8_t *b, uint32_t n, int32_t *p_ret) {
     Reply r;
     const int32_t n_parse = parse(b, n, &r);
@@ -170,7 +169,8 @@ SDK_API int32_t sdk_physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id) {
 SDK_API int32_t sdk_recv_manage(fd_set n_fd_event) {
     int32_t n_ret = sdk::kOk;
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
-        if (!sdk::channel_ready(g_st_transfer.st_info[i], sdk::Receiver::kNet, n_fd_event)) continue;
+        if (!sdk::channel_ready(g_st_transfer.st_info[i], sdk::Receiver::kNet, n_fd_event))
+            continue;
         if (!sdk::serve_datagram(static_cast<uint32_t>(i), &n_ret)) break;
     }
     return n_ret;

@@ -112,8 +112,7 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
             continue;
         }
         send_lable_list_t st_node{};
-        if (sdk_get_member_form_lable(PACKET_VIDEO, 0, 0, &st_node,
-                                      sdk::codec::lable(f),
+        if (sdk_get_member_form_lable(PACKET_VIDEO, 0, 0, &st_node, sdk::codec::lable(f),
                                       static_cast<uint32_t>(n_transfer_id)) == sdk::kOk) {
             sdk::deliver_reply(st_node.p_list, st_reply, false);
         }

@@ -118,7 +118,8 @@ bool build_set(const std::vector<struct timeval> &rest_until, fd_set *p_set, int
     const struct timeval now = sdk::clock_now();
     for (int32_t i = 0; i < g_st_transfer.n_num; ++i) {
         const transfer_data_t &ch = g_st_transfer.st_info[i];
-        if (!sdk::channel_watched(ch, sdk::Receiver::kUart) || !timercmp(&now, &rest_until[i], <)) continue;
+        if (!sdk::channel_watched(ch, sdk::Receiver::kUart) || !timercmp(&now, &rest_until[i], <))
+            continue;
         FD_CLR(sdk::channel_fd(ch), p_set);
         struct timeval left = {};
         timersub(&rest_until[i], &now, &left);
@@ -179,8 +180,7 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
         struct timeval st_timeout = {};
         fd_set st_set;
         const bool b_timed = build_set(rest_until, &st_set, &n_max_fd, &st_timeout);
-        if (select(n_max_fd + 1, &st_set, nullptr, nullptr, b_timed ? &st_timeout : nullptr) <
-            0) {
+        if (select(n_max_fd + 1, &st_set, nullptr, nullptr, b_timed ? &st_timeout : nullptr) < 0) {
             usleep(kPauseUs);
             TLOGE("select error");
             FD_ZERO(&st_set);  // the set says nothing after a failure

@@ -64,11 +64,10 @@ struct Staged {
     frame_header_t frame{};
     request_header_t header{};
     request_body_t body{};
-    uint32_t n_prefix = 0;   // bytes in front of the data
-    uint64_t n_length = 0;   // whole frame, for n_wbuflen data bytes
+    uint32_t n_prefix = 0;  // bytes in front of the data
+    uint64_t n_length = 0;  // whole frame, for n_wbuflen data bytes
 };
-int32_t stage_request(const transfer_op_t &op, uint32_t n_channel, uint32_t n_wbuflen,
-                      Staged *out);
+int32_t stage_request(const transfer_op_t &op, uint32_t n_channel, uint32_t n_wbuflen, Staged *out);
 // Writes the staged frame with its data and checksums into out (which holds n_length
 // bytes); sets out's length.
 int32_t assemble_request(Staged *st, const uint8_t *p_wbuf, uint32_t n_wbuflen, data_buf_t *out);

@@ -22,7 +22,7 @@ struct Heap {
         pthread_condattr_destroy(&attr);
     }
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t cond{};        // the trigger's wait
+    pthread_cond_t cond{};          // the trigger's wait
     std::vector<InFlight *> items;  // a binary heap on n_due_ns
     uint64_t n_armed_ns = kNever;   // the deadline the trigger sleeps until
     bool b_fired = false;           // the trigger woke the monitor, which has not finished

@@ -16,9 +16,9 @@ constexpr size_t kNotListed = SIZE_MAX;
 struct InFlight {
     packet_data_t rec;  // first: a record's address is its InFlight's address
     // Under the deadline lock (deadlines.cpp):
-    uint64_t n_due_ns = kNever;       // when the monitor next has to look at it
-    size_t n_heap_index = kNotListed; // its place in the deadline heap
-    bool b_monitor_busy = false;      // the monitor took it off the heap and handles it
+    uint64_t n_due_ns = kNever;        // when the monitor next has to look at it
+    size_t n_heap_index = kNotListed;  // its place in the deadline heap
+    bool b_monitor_busy = false;       // the monitor took it off the heap and handles it
     // Under st_lock: its label is in its label list (from the send on).
     bool b_labelled = false;
 };

@@ -99,8 +99,8 @@ int32_t register_request(sdk::InFlight *x, const CardTarget *card) {
     // meets a queue that a fast reply to an earlier frame has freed meanwhile.
     sdk::MutexLock send_lock(&p->p_packet.st_lock);
     send_queue_t **pp_slot = &card->p_port->p_queue[card->n_rvcard_id];
-    const int32_t n_ret = sdk_rvcard_queue_push(pp_slot, card->p_port, g_st_transfer,
-                                                &p->st_send_data, &p->p_packet);
+    const int32_t n_ret =
+        sdk_rvcard_queue_push(pp_slot, card->p_port, g_st_transfer, &p->st_send_data, &p->p_packet);
     if (n_ret != sdk::kOk) {
         sdk_rvcard_queue_distory(pp_slot, card->p_port);
         sdk::deadline_remove(x);

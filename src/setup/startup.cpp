@@ -41,9 +41,9 @@ constexpr WorkerThread kWorkers[] = {
 // had to leave closed (eth0 not up yet, a serial device not there yet) and changes
 // nothing else.
 enum class Stage { kIdle, kBuilt, kRunning };
-pthread_mutex_t g_init_lock = PTHREAD_MUTEX_INITIALIZER;  // serialises start-up calls
-Stage g_stage = Stage::kIdle;                             // under g_init_lock
-size_t g_n_started = 0;                                   // workers started, under g_init_lock
+pthread_mutex_t g_init_lock = PTHREAD_MUTEX_INITIALIZER;      // serialises start-up calls
+Stage g_stage = Stage::kIdle;                                 // under g_init_lock
+size_t g_n_started = 0;                                       // workers started, under g_init_lock
 pthread_t g_threads[sizeof(kWorkers) / sizeof(kWorkers[0])];  // the first g_n_started
 
 int32_t build_engine(char *slot, uint32_t slotnum, mio_json *root) {
