@@ -20,6 +20,9 @@ bool direct_receive_setup(bool b_make);
 // Serves the request's channel until the request is released; returns at once when the
 // channel is not a UDP channel or another caller owns it (the caller then waits as usual).
 void receive_until_released(InFlight *x);
+// Waits until no caller receives directly any more; sdk_transfer_exit, once the engine
+// stops and every request has ended, before the table goes.
+void direct_receive_drain();
 // Wakes the caller that owns channel n_channel, if any: a request of the channel ended
 // or was let go elsewhere (a time-out, an exit).
 void wake_direct_receiver(uint32_t n_channel);

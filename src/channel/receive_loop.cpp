@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
+#include <mutex>
 #include <cerrno>
 #include <vector>
 
@@ -21,11 +21,15 @@ constexpr uint32_t kWakeTag = UINT32_MAX;
 constexpr useconds_t kErrorPauseUs = 1000;
 constexpr int kMaxEvents = 64;
 
-// The epoll descriptor of each receive thread while it runs, -1 otherwise.
-std::atomic<int> g_epoll[3] = {{-1}, {-1}, {-1}};
+// The epoll descriptor of each receive thread while it runs, -1 otherwise. A caller that
+// pauses or resumes a channel holds the lock, so the thread never closes the descriptor
+// under it.
+int g_epoll[3] = {-1, -1, -1};
+std::mutex g_epoll_lock[3];
 
 void watch(Receiver r, uint32_t n_channel, int n_fd, uint32_t n_events) {
-    const int ep = g_epoll[static_cast<int>(r)].load(std::memory_order_acquire);
+    std::lock_guard<std::mutex> lock(g_epoll_lock[static_cast<int>(r)]);
+    const int ep = g_epoll[static_cast<int>(r)];
     if (ep < 0) return;
     epoll_event ev{};
     ev.events = n_events;
@@ -67,7 +71,10 @@ void receive_loop(Receiver r, const ReceivePass &pass) {
         TLOGE("select error");
         return;
     }
-    g_epoll[static_cast<int>(r)].store(ep, std::memory_order_release);
+    {
+        std::lock_guard<std::mutex> lock(g_epoll_lock[static_cast<int>(r)]);
+        g_epoll[static_cast<int>(r)] = ep;
+    }
     std::vector<int> fds;
     std::vector<uint32_t> ready;
     bool b_rebuild = true;
@@ -101,7 +108,8 @@ void receive_loop(Receiver r, const ReceivePass &pass) {
         }
         pass.after(n_ret);
     }
-    g_epoll[static_cast<int>(r)].store(-1, std::memory_order_release);
+    std::lock_guard<std::mutex> lock(g_epoll_lock[static_cast<int>(r)]);
+    g_epoll[static_cast<int>(r)] = -1;
     close(ep);
 }
 

@@ -13,6 +13,7 @@
 #include "mio_json.h"
 #include "transfer_server.h"
 #include "channel/channel_fds.h"
+#include "channel/direct_receive.h"
 #include "engine/state.h"
 #include "engine/trigger.h"
 
@@ -159,6 +160,7 @@ SDK_API int32_t sdk_transfer_exit(void) {
     }
     g_n_started = 0;
     sdk::end_requests_in_flight();
+    sdk::direct_receive_drain();
     sdk::engine_teardown();
     sdk::g_engine.b_stopping.store(false, std::memory_order_seq_cst);
     g_stage = Stage::kIdle;
