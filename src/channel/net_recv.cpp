@@ -26,7 +26,6 @@ namespace {
 
 constexpr uint32_t kRecvBufLen = 65535;
 constexpr uint32_t kMinFrame = 10;
-constexpr useconds_t kSelectRetryUs = 1000;
 
 using sdk::Reply;
 
