@@ -1,14 +1,12 @@
-// Sequential round trips on one UDP channel: through the engine, and as a plain
-// synchronous ping-pong of the same frames against the same simulated board.
-#include <arpa/inet.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cstdio>
+// Sequential round trips on one UDP channel: through the engine (also with every core
+// kept busy by hog processes), with the context switches and CPU time of each engine
+// thread per round trip, and as a plain synchronous ping-pong of the same frames against
+// the same simulated board (also under the hog, for information).
+#include <algorithm>
 
 #include "cases.h"
 #include "chassis.h"
+#include "pingpong.h"
 #include "requests.h"
 
 namespace bench {
@@ -34,9 +32,7 @@ std::string cdf_path(const CaseContext &ctx, const char *name) {
     return ctx.out_dir + "/data/lat_" + name + "_" + std::to_string(ctx.round) + ".dat";
 }
 
-}  // namespace
-
-int case_engine_seq(const CaseContext &ctx, Metrics &m) {
+int run_engine_seq(const CaseContext &ctx, Metrics &m, bool hog) {
     if (!start_engine(ctx, ctx.udp_config, kUdpSlots)) return 1;
     char rbuf[SDK_DATA_BUF_LEN];
     auto one = [&rbuf]() {
@@ -44,37 +40,53 @@ int case_engine_seq(const CaseContext &ctx, Metrics &m) {
         if (sdk_request(nullptr, 0, &op) != 0) return false;
         return sdk_request_wait(rbuf, &op) > 0;
     };
-    LoopResult r = timed_loop(ctx.seconds, kWarmup, 200000, one);
+    CpuHogs hogs;
+    if (hog && !start_hogs(&hogs, m)) return 1;
+    for (int i = 0; i < kWarmup; ++i)
+        one();
+    const auto threads0 = named_threads();
+    LoopResult r = timed_loop(ctx.seconds, 0, 200000, one);
+    const auto threads1 = named_threads();
+    hogs.stop();
     fill(m, r.lat, r.lat.size(), r.errors, r.wall_ns, r.cpu_ns);
-    r.lat.write_cdf(cdf_path(ctx, "engine"));
+    // Where the round trips' wake-ups and CPU time go, thread by thread.
+    const double n = static_cast<double>(std::max<uint64_t>(r.lat.size() + r.errors, 1));
+    for (const auto &[name, d] : thread_deltas(threads0, threads1)) {
+        m["wakeups_per_req_" + name] = static_cast<double>(d.switches) / n;
+        m["cpu_us_per_req_" + name] = d.cpu_ns / 1e3 / n;
+    }
+    r.lat.write_cdf(cdf_path(ctx, hog ? "engine_hog" : "engine"));
     return r.errors > r.lat.size() / 100 ? 1 : 0;
 }
 
-int case_pingpong(const CaseContext &ctx, Metrics &m) {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(board_port(kSlot)));
-    inet_pton(AF_INET, board_ip(kSlot).c_str(), &to.sin_addr);
-    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr *>(&to), sizeof(to)) != 0) {
-        perror("bench: ping-pong socket");
-        return 1;
-    }
-    uint16_t label = 1;
-    uint8_t rbuf[65536];
-    auto one = [&]() {
-        const std::vector<uint8_t> f = read_frame(label++);
-        if (send(fd, f.data(), f.size(), 0) != static_cast<ssize_t>(f.size())) return false;
-        pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, 2000) != 1) return false;  // the engine's time-out of the same reads
-        const ssize_t n = recv(fd, rbuf, sizeof(rbuf), 0);
-        return n >= 34 && rbuf[6] == f[6] && rbuf[7] == f[7];
-    };
-    LoopResult r = timed_loop(ctx.seconds, kWarmup, 400000, one);
+int run_pingpong(const CaseContext &ctx, Metrics &m, bool hog) {
+    UdpPingPong pp;
+    if (!pp.open(kSlot)) return 1;
+    CpuHogs hogs;
+    if (hog && !start_hogs(&hogs, m)) return 1;
+    LoopResult r = timed_loop(ctx.seconds, kWarmup, 400000, [&pp] { return pp.one(); });
+    hogs.stop();
     fill(m, r.lat, r.lat.size(), r.errors, r.wall_ns, r.cpu_ns);
-    r.lat.write_cdf(cdf_path(ctx, "pingpong"));
-    close(fd);
+    r.lat.write_cdf(cdf_path(ctx, hog ? "pingpong_hog" : "pingpong"));
     return r.errors > r.lat.size() / 100 ? 1 : 0;
+}
+
+}  // namespace
+
+int case_engine_seq(const CaseContext &ctx, Metrics &m) {
+    return run_engine_seq(ctx, m, false);
+}
+
+int case_engine_seq_hog(const CaseContext &ctx, Metrics &m) {
+    return run_engine_seq(ctx, m, true);
+}
+
+int case_pingpong(const CaseContext &ctx, Metrics &m) {
+    return run_pingpong(ctx, m, false);
+}
+
+int case_pingpong_hog(const CaseContext &ctx, Metrics &m) {
+    return run_pingpong(ctx, m, true);
 }
 
 }  // namespace bench

@@ -14,13 +14,20 @@ int case_engine_seq(const CaseContext &ctx, Metrics &m);
 int case_pingpong(const CaseContext &ctx, Metrics &m);
 // libmodbus reading 2 registers over Modbus/TCP on loopback against its own server.
 int case_modbus(const CaseContext &ctx, Metrics &m);
+// engine_seq, modbus and pingpong again while hog processes keep every core busy.
+int case_engine_seq_hog(const CaseContext &ctx, Metrics &m);
+int case_modbus_hog(const CaseContext &ctx, Metrics &m);
+int case_pingpong_hog(const CaseContext &ctx, Metrics &m);
 // Aggregate rate over 1, 8 and 32 channels (one process per channel count).
 int case_parallel_1(const CaseContext &ctx, Metrics &m);
 int case_parallel_8(const CaseContext &ctx, Metrics &m);
 int case_parallel_32(const CaseContext &ctx, Metrics &m);
-// CPU time per request with 10, 1000 and 10000 requests accepted at once.
+// 8 threads, each doing the plain UDP ping-pong with the board of one of those 8 channels.
+int case_pingpong_parallel_8(const CaseContext &ctx, Metrics &m);
+// CPU time per request with 10, 1000 and 10000 requests accepted at once, and the
+// monitor thread's CPU time per wake-up at each size.
 int case_scaling(const CaseContext &ctx, Metrics &m);
-// CPU time of the running engine with no traffic.
+// CPU time and wake-ups of the running engine with no traffic.
 int case_idle(const CaseContext &ctx, Metrics &m);
 // Resident bytes per request in flight and per queued report.
 int case_memory(const CaseContext &ctx, Metrics &m);

@@ -1,14 +1,21 @@
 #include "harness.h"
 
 #include <dirent.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "sdk_log.h"
 #include "transfer_server.h"
@@ -52,34 +59,148 @@ long ticks_per_second() {
     return sysconf(_SC_CLK_TCK);
 }
 
-std::map<std::string, uint64_t> thread_ticks() {
-    std::map<std::string, uint64_t> out;
+namespace {
+
+std::string read_line(const std::string &path) {
+    std::ifstream f(path);
+    std::string line;
+    std::getline(f, line);
+    return line;
+}
+
+// utime + stime of a task's stat line: fields 14 and 15, counted after the parenthesised
+// name (which may hold spaces); state is field 3.
+uint64_t stat_ticks(const std::string &line) {
+    const size_t close = line.rfind(')');
+    if (close == std::string::npos || close + 2 > line.size()) return 0;
+    std::istringstream rest(line.substr(close + 2));
+    std::string field;
+    uint64_t utime = 0;
+    uint64_t stime = 0;
+    for (int i = 3; i <= 15 && (rest >> field); ++i) {
+        if (i == 14) utime = std::stoull(field);
+        if (i == 15) stime = std::stoull(field);
+    }
+    return utime + stime;
+}
+
+uint64_t status_switches(const std::string &path) {
+    std::ifstream f(path);
+    std::string line;
+    uint64_t n = 0;
+    while (std::getline(f, line)) {
+        if (line.rfind("voluntary_ctxt_switches:", 0) == 0 ||
+            line.rfind("nonvoluntary_ctxt_switches:", 0) == 0) {
+            n += std::stoull(line.substr(line.find(':') + 1));
+        }
+    }
+    return n;
+}
+
+}  // namespace
+
+bool thread_sample(int tid, ThreadSample *s) {
+    const std::string base = "/proc/self/task/" + std::to_string(tid);
+    const std::string stat = read_line(base + "/stat");
+    if (stat.empty()) return false;
+    s->tid = tid;
+    s->name = read_line(base + "/comm");
+    s->ticks = stat_ticks(stat);
+    std::istringstream sched(read_line(base + "/schedstat"));
+    s->run_ns = 0;
+    sched >> s->run_ns;
+    s->switches = status_switches(base + "/status");
+    return true;
+}
+
+std::vector<ThreadSample> thread_samples() {
+    std::vector<ThreadSample> out;
     DIR *d = opendir("/proc/self/task");
     if (d == nullptr) return out;
     while (dirent *e = readdir(d)) {
         if (e->d_name[0] == '.') continue;
-        const std::string base = std::string("/proc/self/task/") + e->d_name;
-        std::ifstream stat(base + "/stat");
-        std::string line;
-        if (!std::getline(stat, line)) continue;
-        // Fields after the parenthesised name: state is field 3, utime 14, stime 15.
-        const size_t close = line.rfind(')');
-        if (close == std::string::npos) continue;
-        std::istringstream rest(line.substr(close + 2));
-        std::string field;
-        uint64_t utime = 0;
-        uint64_t stime = 0;
-        for (int i = 3; i <= 15 && (rest >> field); ++i) {
-            if (i == 14) utime = std::stoull(field);
-            if (i == 15) stime = std::stoull(field);
-        }
-        std::ifstream comm(base + "/comm");
-        std::string name;
-        std::getline(comm, name);
-        out[name] += utime + stime;
+        ThreadSample s;
+        if (thread_sample(atoi(e->d_name), &s)) out.push_back(s);
     }
     closedir(d);
     return out;
+}
+
+double thread_cpu_ns(const ThreadSample &s) {
+    if (s.run_ns != 0) return static_cast<double>(s.run_ns);
+    return static_cast<double>(s.ticks) * 1e9 / static_cast<double>(ticks_per_second());
+}
+
+std::map<int, ThreadSample> named_threads() {
+    std::map<int, ThreadSample> out;
+    ThreadSample self;
+    thread_sample(static_cast<int>(getpid()), &self);
+    for (ThreadSample &s : thread_samples()) {
+        if (s.tid == self.tid) {
+            s.name = "main";
+        } else if (s.name == self.name) {
+            s.name = "unnamed";
+        }
+        out[s.tid] = s;
+    }
+    return out;
+}
+
+std::map<std::string, ThreadDelta> thread_deltas(const std::map<int, ThreadSample> &before,
+                                                 const std::map<int, ThreadSample> &after) {
+    std::map<std::string, ThreadDelta> out;
+    for (const auto &[tid, s1] : after) {
+        const auto it = before.find(tid);
+        const ThreadSample s0 = it == before.end() ? ThreadSample{} : it->second;
+        ThreadDelta &d = out[s1.name];
+        d.switches += s1.switches - s0.switches;
+        d.cpu_ns += thread_cpu_ns(s1) - thread_cpu_ns(s0);
+    }
+    return out;
+}
+
+int thread_id_named(const std::string &name) {
+    for (const ThreadSample &s : thread_samples()) {
+        if (s.name == name) return s.tid;
+    }
+    return 0;
+}
+
+int usable_cpus() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof(set), &set) != 0) return 1;
+    return std::max(1, CPU_COUNT(&set));
+}
+
+bool CpuHogs::start(int n) {
+    if (n <= 0) n = usable_cpus();
+    const pid_t parent = getpid();
+    for (int i = 0; i < n; ++i) {
+        const pid_t pid = fork();
+        if (pid < 0) {
+            stop();
+            return false;
+        }
+        if (pid == 0) {
+            // Only async-signal-safe calls here: the parent may have threads.
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (getppid() != parent) _exit(0);
+            volatile uint64_t spin = 0;
+            for (;;)
+                spin = spin + 1;
+        }
+        pids_.push_back(pid);
+    }
+    return true;
+}
+
+void CpuHogs::stop() {
+    for (int pid : pids_)
+        kill(pid, SIGKILL);
+    for (int pid : pids_)
+        waitpid(pid, nullptr, 0);
+    pids_.clear();
 }
 
 double Latencies::percentile_us(double p) {
@@ -115,6 +236,16 @@ bool Latencies::write_cdf(const std::string &path, size_t points) {
         fprintf(f, "%.3f 1.0\n", static_cast<double>(samples_[n - 1]) / 1000.0);
     }
     fclose(f);
+    return true;
+}
+
+bool start_hogs(CpuHogs *hogs, Metrics &m) {
+    if (!hogs->start()) {
+        perror("bench: hog processes");
+        return false;
+    }
+    m["hogs"] = hogs->count();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // all of them running
     return true;
 }
 

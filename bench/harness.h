@@ -18,10 +18,56 @@ uint64_t process_cpu_ns();
 uint64_t resident_bytes();
 uint64_t virtual_bytes();
 
-// CPU ticks (user + system, /proc/self/task/*/stat) per thread name; threads of the same
-// name are added.
-std::map<std::string, uint64_t> thread_ticks();
+// One thread of this process as /proc/self/task/<tid> shows it.
+struct ThreadSample {
+    int tid = 0;
+    std::string name;       // comm; a thread never named shows the program's name
+    uint64_t ticks = 0;     // user + system CPU time in clock ticks (stat)
+    uint64_t run_ns = 0;    // time on a CPU in nanoseconds (schedstat; 0 where not kept)
+    uint64_t switches = 0;  // voluntary + nonvoluntary context switches (status)
+};
+// All threads of this process, in /proc order.
+std::vector<ThreadSample> thread_samples();
+// The thread `tid` of this process; false when it is gone.
+bool thread_sample(int tid, ThreadSample *s);
+// CPU time of a sample in nanoseconds: schedstat's where the kernel keeps it, else
+// utime + stime (whole clock ticks).
+double thread_cpu_ns(const ThreadSample &s);
+// All threads of this process by tid, the main thread named "main" and any other thread
+// that was never named (it shows the program's name) "unnamed".
+std::map<int, ThreadSample> named_threads();
+// What each thread name did between two named_threads() samples: context switches and
+// CPU nanoseconds, threads of one name added (a thread not in `before` counts from zero).
+struct ThreadDelta {
+    uint64_t switches = 0;
+    double cpu_ns = 0;
+};
+std::map<std::string, ThreadDelta> thread_deltas(const std::map<int, ThreadSample> &before,
+                                                 const std::map<int, ThreadSample> &after);
+// The first thread named `name`, or 0.
+int thread_id_named(const std::string &name);
+
 long ticks_per_second();
+
+// Busy-loop processes at normal priority that keep the cores busy while they live: one
+// per CPU this process may run on (as nproc counts them) unless told otherwise. Each is
+// killed by stop() or the destructor, and dies with the thread that started it.
+class CpuHogs {
+  public:
+    CpuHogs() = default;
+    ~CpuHogs() { stop(); }
+    CpuHogs(const CpuHogs &) = delete;
+    CpuHogs &operator=(const CpuHogs &) = delete;
+    // False when a process could not be started (those started are stopped again).
+    bool start(int n = 0);
+    void stop();
+    int count() const { return static_cast<int>(pids_.size()); }
+
+  private:
+    std::vector<int> pids_;
+};
+// CPUs this process may run on.
+int usable_cpus();
 
 // Latency samples in nanoseconds; percentiles by nearest rank.
 class Latencies {
@@ -65,6 +111,10 @@ struct CaseContext {
 
 // Metrics of one case run, written as a flat JSON object for the driver.
 using Metrics = std::map<std::string, double>;
+
+// Starts the hogs for a timed window and records their number in "hogs"; false (with a
+// message on stderr) when they could not be started.
+bool start_hogs(CpuHogs *hogs, Metrics &m);
 
 // Starts logging and the engine in this process; false (with a message on stderr) on
 // failure. `slots` are the sub-card slots the process serves.

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
 #include <vector>
@@ -28,17 +29,28 @@ namespace {
 using namespace bench;
 
 const std::map<std::string, CaseFn> kCases = {
-    {"engine_seq", case_engine_seq}, {"pingpong", case_pingpong},
-    {"modbus", case_modbus},         {"parallel_1", case_parallel_1},
-    {"parallel_8", case_parallel_8}, {"parallel_32", case_parallel_32},
-    {"scaling", case_scaling},       {"idle", case_idle},
-    {"memory", case_memory},         {"serial", case_serial},
+    {"engine_seq", case_engine_seq},   {"pingpong", case_pingpong},
+    {"modbus", case_modbus},           {"engine_seq_hog", case_engine_seq_hog},
+    {"modbus_hog", case_modbus_hog},   {"pingpong_hog", case_pingpong_hog},
+    {"parallel_1", case_parallel_1},   {"parallel_8", case_parallel_8},
+    {"parallel_32", case_parallel_32}, {"pingpong_parallel_8", case_pingpong_parallel_8},
+    {"scaling", case_scaling},         {"idle", case_idle},
+    {"memory", case_memory},           {"serial", case_serial},
 };
 
 // Compared cases run interleaved, `rounds` times; the best run of each counts.
 const std::vector<std::vector<std::string>> kGroups = {
     {"pingpong", "engine_seq", "modbus"},
-    {"parallel_1", "parallel_8", "parallel_32"},
+    {"pingpong_hog", "engine_seq_hog", "modbus_hog"},
+    {"parallel_1", "pingpong_parallel_8", "parallel_8", "parallel_32"},
+};
+
+// The cases that leave a latency distribution per round (data/lat_<name>_<round>.dat);
+// the one of their best round becomes data/lat_<name>.dat.
+const std::map<std::string, std::string> kLatencyFiles = {
+    {"engine_seq", "engine"},     {"pingpong", "pingpong"},
+    {"modbus", "modbus"},         {"engine_seq_hog", "engine_hog"},
+    {"modbus_hog", "modbus_hog"}, {"pingpong_hog", "pingpong_hog"},
 };
 const std::vector<std::string> kSingles = {"scaling", "idle", "memory", "serial"};
 
@@ -118,6 +130,14 @@ std::string zlog_conf(const std::string &dir, const std::string &level) {
            "/engine_debug.log\"\n";
 }
 
+// The 1, 5 and 15 minute load averages of the machine.
+std::string load_average() {
+    std::ifstream f("/proc/loadavg");
+    std::string a, b, c;
+    f >> a >> b >> c;
+    return a + " " + b + " " + c;
+}
+
 bool wanted(const Options &o, const std::string &name) {
     return o.only.empty() || o.only.find("," + name + ",") != std::string::npos;
 }
@@ -128,8 +148,9 @@ void write_series(const Report &r, const std::string &dir) {
         for (const char *n : {"10", "1000", "10000"}) {
             const std::string k = std::string("n") + n;
             if (it == r.cases.end() || !it->second.count(k + "_cpu_us_per_req")) continue;
-            fprintf(f, "%s %.3f %.1f\n", n, it->second.at(k + "_cpu_us_per_req"),
-                    it->second.at(k + "_rate"));
+            const auto mon = it->second.find(k + "_monitor_us_per_wakeup");
+            fprintf(f, "%s %.3f %.1f %.3f\n", n, it->second.at(k + "_cpu_us_per_req"),
+                    it->second.at(k + "_rate"), mon == it->second.end() ? 0.0 : mon->second);
         }
         fclose(f);
     }
@@ -139,6 +160,17 @@ void write_series(const Report &r, const std::string &dir) {
             if (it != r.cases.end() && it->second.count("rate")) {
                 fprintf(f, "%d %.1f\n", static_cast<int>(it->second.at("channels")),
                         it->second.at("rate"));
+            }
+        }
+        fclose(f);
+    }
+    if (FILE *f = fopen((dir + "/pingpong_parallel.dat").c_str(), "w")) {
+        for (const char *c : {"pingpong", "pingpong_parallel_8"}) {
+            const auto it = r.cases.find(c);
+            if (it != r.cases.end() && it->second.count("rate")) {
+                const double channels =
+                    it->second.count("channels") ? it->second.at("channels") : 1;
+                fprintf(f, "%d %.1f\n", static_cast<int>(channels), it->second.at("rate"));
             }
         }
         fclose(f);
@@ -184,6 +216,7 @@ int drive(Options o, const std::string &self) {
     if (sim < 0) return 1;
 
     Report report;
+    const std::string load0 = load_average();
     report.settings["log level"] = o.log_level + " (zlog rules sdk." + o.log_level + " and debug." +
                                    o.log_level + " into " + ctx.out_dir + "/engine.log)";
     report.settings["serial device"] =
@@ -198,7 +231,7 @@ int drive(Options o, const std::string &self) {
         c.round = round;
         c.seconds = seconds;
         const std::string path = runs + "/" + name + "_" + std::to_string(round) + ".json";
-        printf("running %-12s round %d\n", name.c_str(), round);
+        printf("running %-20s round %d\n", name.c_str(), round);
         fflush(stdout);
         Metrics m;
         if (!run_case(self, name, c, path, 90) || !read_metrics(path, &m)) {
@@ -220,11 +253,16 @@ int drive(Options o, const std::string &self) {
     for (const auto &name : kSingles)
         run(name, 0, name == "idle" ? o.idle_seconds : ctx.seconds);
     stop_simulator(sim);
+    report.settings["load average"] =
+        "at start " + load0 + ", at end " + load_average() +
+        " (/proc/loadavg, 1, 5 and 15 min; the end counts this run's own hogs and cases)";
+    report.settings["cpus"] = std::to_string(usable_cpus());
 
     for (const auto &[name, round] : best_round) {
-        const std::string from =
-            data + "/lat_" + name.substr(0, name.find('_')) + "_" + std::to_string(round) + ".dat";
-        const std::string to = data + "/lat_" + name.substr(0, name.find('_')) + ".dat";
+        const auto it = kLatencyFiles.find(name);
+        if (it == kLatencyFiles.end()) continue;
+        const std::string from = data + "/lat_" + it->second + "_" + std::to_string(round) + ".dat";
+        const std::string to = data + "/lat_" + it->second + ".dat";
         if (access(from.c_str(), R_OK) == 0) rename(from.c_str(), to.c_str());
     }
     write_series(report, data);

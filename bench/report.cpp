@@ -51,19 +51,21 @@ bool read_metrics(const std::string &path, Metrics *m) {
 }
 
 void print_table(const Report &r) {
-    printf("\n%-10s %-52s %14s %-10s %-14s %s\n", "section", "measure", "value", "unit", "target",
+    constexpr size_t kWidth = 136;
+    printf("\n%-10s %-56s %14s %-10s %-22s %s\n", "section", "measure", "value", "unit", "target",
            "");
     std::string last;
     for (const Row &row : r.rows) {
         if (row.section != last) {
-            printf("%s\n", std::string(108, '-').c_str());
+            printf("%s\n", std::string(kWidth, '-').c_str());
             last = row.section;
         }
-        const char *verdict = row.target.empty() ? "" : (row.pass ? "ok" : "MISSED");
-        printf("%-10s %-52s %14.3f %-10s %-14s %s\n", row.section.c_str(), row.what.c_str(),
-               row.value, row.unit.c_str(), row.target.c_str(), verdict);
+        std::string verdict = row.target.empty() ? "" : (row.pass ? "ok" : "MISSED");
+        if (row.stretch >= 0) verdict += row.stretch ? ", stretch reached" : ", stretch not";
+        printf("%-10s %-56s %14.3f %-10s %-22s %s\n", row.section.c_str(), row.what.c_str(),
+               row.value, row.unit.c_str(), row.target.c_str(), verdict.c_str());
     }
-    printf("%s\n", std::string(108, '-').c_str());
+    printf("%s\n", std::string(kWidth, '-').c_str());
     for (const auto &[k, v] : r.settings)
         printf("%s: %s\n", k.c_str(), v.c_str());
 }
@@ -83,6 +85,7 @@ bool write_json(const std::string &path, const Report &r) {
         if (!row.target.empty()) {
             cJSON_AddStringToObject(o, "target", row.target.c_str());
             cJSON_AddBoolToObject(o, "met", row.pass);
+            if (row.stretch >= 0) cJSON_AddBoolToObject(o, "stretch_met", row.stretch == 1);
         }
         cJSON_AddItemToArray(rows, o);
     }

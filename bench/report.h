@@ -21,6 +21,7 @@ struct Row {
     std::string unit;
     std::string target;  // empty: for information
     bool pass = true;
+    int stretch = -1;  // a stretch goal beside the target: -1 none, 0 not reached, 1 reached
 };
 
 struct Report {

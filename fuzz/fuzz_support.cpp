@@ -1,5 +1,7 @@
 #include "fuzz_support.h"
 
+#include "engine/inflight.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -74,13 +76,16 @@ send_lable_manage_t *card_list(uint32_t port, uint32_t card) {
 }
 
 void Requests::add(uint16_t lable, send_lable_manage_t *p_list) {
-    auto *p = static_cast<packet_data_t *>(calloc(1, sizeof(packet_data_t)));
+    auto *p = static_cast<packet_data_t *>(calloc(1, sizeof(sdk::InFlight)));
     if (p == nullptr) fail("out of memory");
     pthread_mutex_init(&p->p_packet.st_lock, nullptr);
     pthread_mutex_init(&p->st_wait_lock, nullptr);
     pthread_cond_init(&p->st_wait_signal, nullptr);
     p->p_packet.n_enable = true;
     p->p_packet.e_state = PACKET_SEND_END;
+    // Without acknowledgement: the reply is stored and the request left for its
+    // write-wait, so the harness sees the reply path alone.
+    p->p_packet.n_no_ack = EN_REQUEST_NO_ACK;
     p->p_packet.n_send_lable = lable;
     if (sdk_lable_list_push(p_list, p) != 0) fail("label list push");
     entries_.push_back({p, p_list});

@@ -7,7 +7,7 @@
 #include <algorithm>
 
 #include "fuzz_support.h"
-#include "transfer_server/net_datagram.h"
+#include "channel/net_datagram.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::load_chassis();

@@ -312,6 +312,12 @@ SDK_API extern pthread_mutex_t st_report_lock;
  * serial device that was missing) and returns 0, or -1000 when the file cannot be read;
  * it changes nothing else. */
 SDK_API int32_t sdk_transfer_init(char *slot, uint32_t slotnum, char *transfer_path);
+/* Stops the engine that sdk_transfer_init started: new requests are refused (-4000),
+ * every request still in flight ends as timed out (its sdk_request_wait returns -4001),
+ * the worker threads stop, every channel is closed and the channel table and the
+ * containers are freed. sdk_transfer_init may then run again. 0, also when the engine
+ * was not started. Not to be called from a worker thread. */
+SDK_API int32_t sdk_transfer_exit(void);
 
 /* Report thread body: select over the opened REPORT_UDP channels, then
  * sdk_report_recv_manage, then a 1000-microsecond pause. Never returns. */
@@ -322,7 +328,7 @@ SDK_API void *sdk_transfer_report_recv_thread(void *arg);
  * is lost). A failed receive ends the pass with the running result. */
 SDK_API int32_t sdk_report_recv_manage(fd_set n_fd_event);
 
-/* Serial receive thread body: select over the opened UART channels (1-second time-out),
+/* Serial receive thread body: select over the opened UART channels (no time-out),
  * reads and cuts frames, keeping an incomplete tail for up to 1000 reads per wake-up.
  * Idle while the host sets b_uart_used_flg (see sdk_uart_hold). A line that fails to
  * read rests 100 ms while the others are served. Never returns. */

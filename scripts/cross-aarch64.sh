@@ -41,8 +41,8 @@ cmake --build "$dir" -j"$(nproc)"
 # AArch64 program (only the test program itself runs under qemu-aarch64). Left out then:
 spawning=(
     'board_sim_program_.*'                 # start the board_sim program
-    startup_sim_chassis_netns_test         # starts board_sim
-    startup_startup_netns_test             # its death tests re-execute the test program
+    setup_sim_chassis_netns_test           # starts board_sim
+    setup_startup_netns_test               # its death tests re-execute the test program
     isp_isp_pty_test                       # starts isp_sim_pty
     reliability_fault_injection_netns_test # starts board_sim
     reliability_soak                       # the soak program, started by netns_run.sh

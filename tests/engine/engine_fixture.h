@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "board_sim/board.h"
-#include "channel_setup/netns_helpers.h"
+#include "support/netns_helpers.h"
 #include "transfer_server.h"
 
 namespace sdk::test {

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "chassis.h"
-#include "channel_setup/netns_helpers.h"
+#include "support/netns_helpers.h"
 #include "transfer_server.h"
 #include "workload.h"
 

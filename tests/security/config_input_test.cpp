@@ -3,7 +3,7 @@
 // exhaust a recursive parser's stack. Each is refused; none crashes or allocates wildly.
 #include <string>
 
-#include "channel_setup/setup_fixture.h"
+#include "setup/setup_fixture.h"
 
 namespace {
 

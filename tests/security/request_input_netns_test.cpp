@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "channel_setup/netns_helpers.h"
+#include "support/netns_helpers.h"
 #include "transfer_server.h"
 
 namespace {

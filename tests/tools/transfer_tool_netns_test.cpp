@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "channel_setup/netns_helpers.h"
+#include "support/netns_helpers.h"
 #include "run_tool.h"
 #include "support/sim_process.h"
 

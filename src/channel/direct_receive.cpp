@@ -1,0 +1,120 @@
+// The caller's own receive on its request's channel.
+#include "channel/direct_receive.h"
+
+#include <poll.h>
+#include <sched.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <memory>
+#include <new>
+
+#include "channel/channel_fds.h"
+#include "channel/net_datagram.h"
+#include "channel/receive_loop.h"
+#include "common/log.h"
+#include "engine/ending.h"
+#include "engine/state.h"
+
+namespace sdk {
+
+namespace {
+
+// Per channel: the wake descriptor of the caller that owns it, -1 when none does. Made at
+// start-up and freed at teardown, which waits until no caller is in here (g_n_inside).
+std::unique_ptr<std::atomic<int>[]> g_owners;
+int32_t g_n_owners = 0;
+std::atomic<int> g_n_inside{0};
+
+// Counts a caller in while it may use the table; false (counted out again) once the
+// engine stops.
+class Inside {
+  public:
+    Inside() : b_in_(true) {
+        g_n_inside.fetch_add(1, std::memory_order_seq_cst);
+        if (stopping()) {
+            g_n_inside.fetch_sub(1, std::memory_order_seq_cst);
+            b_in_ = false;
+        }
+    }
+    ~Inside() {
+        if (b_in_) g_n_inside.fetch_sub(1, std::memory_order_seq_cst);
+    }
+    Inside(const Inside &) = delete;
+    Inside &operator=(const Inside &) = delete;
+    explicit operator bool() const { return b_in_; }
+
+  private:
+    bool b_in_;
+};
+
+// The calling thread's wake descriptor, made on first use and kept for its life.
+int thread_wake_fd() {
+    static thread_local int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    return fd;
+}
+
+}  // namespace
+
+bool direct_receive_setup(bool b_make) {
+    g_owners.reset();
+    g_n_owners = 0;
+    if (!b_make || g_st_transfer.n_num <= 0) return true;
+    g_owners.reset(new (std::nothrow) std::atomic<int>[static_cast<size_t>(g_st_transfer.n_num)]);
+    if (!g_owners) return false;
+    for (int32_t i = 0; i < g_st_transfer.n_num; ++i)
+        g_owners[i].store(-1, std::memory_order_relaxed);
+    g_n_owners = g_st_transfer.n_num;
+    return true;
+}
+
+void direct_receive_drain() {
+    while (g_n_inside.load(std::memory_order_seq_cst) != 0)
+        sched_yield();
+}
+
+void receive_until_released(InFlight *x) {
+    const Inside inside;
+    if (!inside) return;
+    const uint32_t n_channel = x->rec.p_packet.n_channel_id;
+    if (!g_owners || n_channel >= static_cast<uint32_t>(g_n_owners)) return;
+    const transfer_data_t &ch = g_st_transfer.st_info[n_channel];
+    const int n_sock = channel_fd(ch);
+    const int n_wake = thread_wake_fd();
+    if (!channel_watched(ch, Receiver::kNet) || n_wake < 0) return;
+    // The owner's claim and an ender's look at it (wake_direct_receiver) are both
+    // read-modify-writes of the same word: whichever comes second sees the first, so a
+    // request that ends meanwhile is either seen ended below or wakes the owner.
+    int n_free = -1;
+    if (!g_owners[n_channel].compare_exchange_strong(n_free, n_wake, std::memory_order_acq_rel))
+        return;
+    receive_pause(Receiver::kNet, n_channel, n_sock);
+    while (!released(x) && !stopping()) {
+        pollfd fds[2] = {{n_sock, POLLIN, 0}, {n_wake, POLLIN, 0}};
+        if (poll(fds, 2, -1) < 0) continue;
+        if ((fds[1].revents & POLLIN) != 0) {
+            uint64_t n_count = 0;
+            ssize_t ignored = read(n_wake, &n_count, sizeof n_count);
+            (void)ignored;
+        }
+        if ((fds[0].revents & (POLLIN | POLLERR)) != 0) {
+            int32_t n_ret = 0;
+            serve_datagram(n_channel, &n_ret);
+            if (n_ret < 0) TLOGE("recv error");
+        }
+    }
+    g_owners[n_channel].store(-1, std::memory_order_seq_cst);
+    receive_resume(Receiver::kNet, n_channel, n_sock);
+}
+
+void wake_direct_receiver(uint32_t n_channel) {
+    if (!g_owners || n_channel >= static_cast<uint32_t>(g_n_owners)) return;
+    const int n_wake = g_owners[n_channel].fetch_add(0, std::memory_order_acq_rel);
+    if (n_wake < 0) return;
+    const uint64_t n_one = 1;
+    ssize_t ignored = write(n_wake, &n_one, sizeof n_one);
+    (void)ignored;
+}
+
+}  // namespace sdk
