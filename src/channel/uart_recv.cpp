@@ -39,16 +39,8 @@ bool port_used() {
 // Settled: sdk_uart_hold returns only once the thread is parked, so a host never talks
 // on a line that a read already under way could take bytes from.
 struct HandOver {
-    HandOver() {
-        // The hand-over's time-outs run on the monotonic clock like every other wait.
-        pthread_condattr_t attr;
-        pthread_condattr_init(&attr);
-        pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
-        pthread_cond_init(&cond, &attr);
-        pthread_condattr_destroy(&attr);
-    }
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t cond{};
+    sdk::MonotonicCond cond;  // the hand-over's time-outs run on the monotonic clock
     bool b_running = false;  // the thread exists; under lock
     bool b_parked = false;   // the thread has let go of every line; under lock
 };
@@ -62,7 +54,7 @@ void park_while_port_used() {
     {
         sdk::MutexLock lock(&g_hand.lock);
         g_hand.b_parked = true;
-        pthread_cond_broadcast(&g_hand.cond);
+        pthread_cond_broadcast(g_hand.cond.get());
     }
     for (;;) {
         usleep(kPauseUs);
@@ -150,7 +142,7 @@ SDK_API int32_t sdk_uart_hold(uint32_t n_wait_ms) {
     sdk::wake_receiver(sdk::Receiver::kUart);
     const struct timespec until = sdk::deadline_in_ms(n_wait_ms);
     while (g_hand.b_running && !g_hand.b_parked) {
-        if (pthread_cond_timedwait(&g_hand.cond, &g_hand.lock, &until) != 0) break;
+        if (pthread_cond_timedwait(g_hand.cond.get(), &g_hand.lock, &until) != 0) break;
     }
     if (g_hand.b_running && !g_hand.b_parked) {
         TLOGE("uart hold: the serial receive thread did not let go in %u ms", n_wait_ms);
@@ -198,7 +190,7 @@ SDK_API void *sdk_transfer_uart_recv_thread(void * /*arg*/) {
     }
     sdk::MutexLock lock(&g_hand.lock);
     g_hand.b_running = false;
-    pthread_cond_broadcast(&g_hand.cond);
+    pthread_cond_broadcast(g_hand.cond.get());
     return nullptr;
 }
 

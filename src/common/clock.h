@@ -5,12 +5,31 @@
 // clock; only log lines print dates from the wall clock.
 #pragma once
 
+#include <pthread.h>
 #include <sys/time.h>
 #include <time.h>
 
 #include <cstdint>
 
 namespace sdk {
+
+// A condition variable whose timed waits run on the monotonic clock.
+class MonotonicCond {
+  public:
+    MonotonicCond() {
+        pthread_condattr_t attr;
+        pthread_condattr_init(&attr);
+        pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
+        pthread_cond_init(&cond_, &attr);
+        pthread_condattr_destroy(&attr);
+    }
+    MonotonicCond(const MonotonicCond &) = delete;
+    MonotonicCond &operator=(const MonotonicCond &) = delete;
+    pthread_cond_t *get() { return &cond_; }
+
+  private:
+    pthread_cond_t cond_{};
+};
 
 // "Now" for every elapsed-time measure of the engine.
 inline struct timeval clock_now() {

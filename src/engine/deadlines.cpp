@@ -6,6 +6,7 @@
 
 #include <new>
 
+#include "common/clock.h"
 #include "common/lock.h"
 #include "engine/state.h"
 
@@ -14,15 +15,8 @@ namespace sdk {
 namespace {
 
 struct Heap {
-    Heap() {
-        pthread_condattr_t attr;
-        pthread_condattr_init(&attr);
-        pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
-        pthread_cond_init(&cond, &attr);
-        pthread_condattr_destroy(&attr);
-    }
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t cond{};          // the trigger's wait
+    MonotonicCond cond;             // the trigger's wait
     std::vector<InFlight *> items;  // a binary heap on n_due_ns
     uint64_t n_armed_ns = kNever;   // the deadline the trigger sleeps until
     bool b_fired = false;           // the trigger woke the monitor, which has not finished
@@ -75,7 +69,7 @@ void erase_at(size_t i) {
 
 // Heap lock held: a new earliest deadline wakes the trigger to re-arm.
 void rearm_if_earlier(uint64_t n_due_ns) {
-    if (n_due_ns < g_heap.n_armed_ns) pthread_cond_signal(&g_heap.cond);
+    if (n_due_ns < g_heap.n_armed_ns) pthread_cond_signal(g_heap.cond.get());
 }
 
 void set_busy(InFlight *x, bool b) {
@@ -168,7 +162,7 @@ bool deadline_wait_due() {
     for (;;) {
         if (stopping()) return false;
         if (g_heap.b_fired) {  // the monitor is at work: wait for deadline_done
-            pthread_cond_wait(&g_heap.cond, &g_heap.lock);
+            pthread_cond_wait(g_heap.cond.get(), &g_heap.lock);
             continue;
         }
         const uint64_t n_now = now_ns();
@@ -188,25 +182,25 @@ bool deadline_wait_due() {
         if (g_heap.n_armed_ns > n_now && g_heap.n_armed_ns < n_until) n_until = g_heap.n_armed_ns;
         g_heap.n_armed_ns = n_until;
         if (n_until == kNever) {
-            pthread_cond_wait(&g_heap.cond, &g_heap.lock);
+            pthread_cond_wait(g_heap.cond.get(), &g_heap.lock);
             continue;
         }
         timespec until{};
         until.tv_sec = static_cast<time_t>(n_until / 1000000000u);
         until.tv_nsec = static_cast<long>(n_until % 1000000000u);
-        pthread_cond_timedwait(&g_heap.cond, &g_heap.lock, &until);
+        pthread_cond_timedwait(g_heap.cond.get(), &g_heap.lock, &until);
     }
 }
 
 void deadline_done() {
     MutexLock lock(&g_heap.lock);
     g_heap.b_fired = false;
-    pthread_cond_signal(&g_heap.cond);
+    pthread_cond_signal(g_heap.cond.get());
 }
 
 void deadline_wake() {
     MutexLock lock(&g_heap.lock);
-    pthread_cond_signal(&g_heap.cond);
+    pthread_cond_signal(g_heap.cond.get());
 }
 
 }  // namespace sdk
