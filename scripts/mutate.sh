@@ -7,7 +7,7 @@
 #   scripts/mutate.sh --list          the mutants, without running anything
 #   scripts/mutate.sh --check         that every mutant applies (its text is found once)
 # The tests of the mutant's unit run first and the rest after, each stopping at the first
-# failure, with a time limit per test (MUTATE_TEST_TIMEOUT, default 60 s; a test that runs
+# failure, with a time limit per test (MUTATE_TEST_TIMEOUT, default 30 s; a test that runs
 # out counts as a kill and says so). The tree is restored whatever happens. The table is
 # printed and written to build/mutate/report.txt (and report.tsv).
 set -euo pipefail
@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 list=scripts/mutants.txt
 build=build/mutate
-timeout_s=${MUTATE_TEST_TIMEOUT:-60}
+timeout_s=${MUTATE_TEST_TIMEOUT:-30}
 
 usage() { sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//'; }
 
