@@ -132,8 +132,10 @@ cmake --build "$build" -j"$(nproc)" >>"$log" 2>&1 || { echo "the unmutated tree 
 run_tests() {  # run_tests ctest-args...
     ctest --test-dir "$build" -j"$(nproc)" -LE soak --timeout "$timeout_s" --stop-on-failure \
         "$@" >"$build/ctest.log" 2>&1 && return 0
+    # The first test to fail, in the order they ended (others may be cut short after it).
     local failed
-    failed=$(sed -n 's/^[[:space:]]*[0-9]* - \(.*\) (\(.*\))$/\1 (\2)/p' "$build/ctest.log" | head -1)
+    failed=$(sed -n 's/^.*Test *#[0-9]*: \([^ ]*\) [.]*\**\(Failed\|Timeout\|Exception[^ ]*\|Exit code [0-9]*\).*$/\1 (\2)/p' \
+        "$build/ctest.log" | head -1)
     echo "${failed:-ctest failed}"
 }
 
