@@ -114,7 +114,7 @@ for id in "${selected[@]}"; do mutant check "$id" >/dev/null || bad=1; done
 git diff --quiet -- src || { echo "mutate.sh: src/ has changes of its own; commit or stash them" >&2; exit 2; }
 backup=$(mktemp -d)
 restore() {
-    for f in "$backup"/*; do [ -e "$f" ] && cp -p "$f" "$root/src/$(basename "$f" | tr '%' '/')"; done
+    for f in "$backup"/*; do [ -e "$f" ] && cp "$f" "$root/src/$(basename "$f" | tr '%' '/')"; done
     rm -rf "$backup"
     git -C "$root" diff --quiet -- src || git -C "$root" checkout -- src
 }
@@ -165,7 +165,9 @@ for id in "${selected[@]}"; do
             result="SURVIVED"
         fi
     fi
-    cp -p "$backup/$(echo "${file#src/}" | tr '/' '%')" "$file"
+    # A plain copy: the restored file is newer than the mutant's object, so the next build
+    # compiles it again (a copy keeping the old time would leave the mutant in the library).
+    cp "$backup/$(echo "${file#src/}" | tr '/' '%')" "$file"
     rm -f "$backup/$(echo "${file#src/}" | tr '/' '%')"
     printf '%-28s %-10s %s\n' "$id" "$unit" "$result" | tee -a "$report"
     printf '%s\t%s\t%s\t%s\n' "$id" "$unit" "$result" "$what" >>"$tsv"
