@@ -1,12 +1,14 @@
 // The reference library: libmodbus reading 2 holding registers over Modbus/TCP on
-// loopback, against a libmodbus server in a thread of this process, in the same
-// sequential loop as the engine's reads (also with every core kept busy by hog processes).
+// loopback, against a libmodbus server in a process of its own (as the engine's board
+// simulator is), in the same sequential loop as the engine's reads (also with every core
+// kept busy by hog processes). A server thread inside the measuring process would share
+// its scheduling with the client and, under the hog, ran faster than on an idle machine.
 #include <modbus/modbus.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <csignal>
 #include <cstdio>
-#include <thread>
 
 #include "cases.h"
 
@@ -17,11 +19,11 @@ namespace {
 constexpr int kPort = 1502;
 constexpr int kWarmup = 200;
 
-void serve(modbus_t *ctx, modbus_mapping_t *map, int listen_fd, std::atomic<bool> *stop) {
+void serve(modbus_t *ctx, modbus_mapping_t *map, int listen_fd) {
     int s = listen_fd;
     if (modbus_tcp_accept(ctx, &s) < 0) return;
     uint8_t query[MODBUS_TCP_MAX_ADU_LENGTH];
-    while (!*stop) {
+    for (;;) {
         const int rc = modbus_receive(ctx, query);
         if (rc > 0) {
             modbus_reply(ctx, query, rc, map);
@@ -41,21 +43,30 @@ int run_modbus(const CaseContext &ctx, Metrics &m, bool hog) {
     }
     map->tab_registers[0] = 0x1234;
     map->tab_registers[1] = 0x5678;
-    std::atomic<bool> stop{false};
-    std::thread t(serve, server, map, listen_fd, &stop);
+    const pid_t child = fork();
+    if (child < 0) {
+        perror("bench: modbus server process");
+        return 1;
+    }
+    if (child == 0) {
+        serve(server, map, listen_fd);  // until the client closes its connection
+        _exit(0);
+    }
+    const auto stop_server = [child] {
+        kill(child, SIGTERM);
+        waitpid(child, nullptr, 0);
+    };
 
     modbus_t *client = modbus_new_tcp("127.0.0.1", kPort);
     if (client == nullptr || modbus_connect(client) != 0) {
         fprintf(stderr, "bench: modbus connect: %s\n", modbus_strerror(errno));
-        stop = true;
-        t.detach();
+        stop_server();
         return 1;
     }
     uint16_t regs[2];
     CpuHogs hogs;
     if (hog && !start_hogs(&hogs, m)) {
-        stop = true;
-        t.detach();
+        stop_server();
         return 1;
     }
     LoopResult r = timed_loop(ctx.seconds, kWarmup, 400000, [&] {
@@ -65,9 +76,8 @@ int run_modbus(const CaseContext &ctx, Metrics &m, bool hog) {
     Latencies &lat = r.lat;
     const uint64_t errors = r.errors;
     const uint64_t cpu = r.cpu_ns;
-    stop = true;
     modbus_close(client);  // ends the server's receive
-    t.join();
+    waitpid(child, nullptr, 0);
     modbus_free(client);
     close(listen_fd);
     modbus_close(server);
