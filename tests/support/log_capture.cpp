@@ -77,8 +77,13 @@ void LogCapture::clear() {
     }
 }
 
+LogCapture::~LogCapture() {
+    std::error_code ec;
+    std::filesystem::remove_all(dir_, ec);
+}
+
 LogCapture &log_capture() {
-    static LogCapture capture;
+    static LogCapture capture;  // its folder goes when the program ends normally
     return capture;
 }
 

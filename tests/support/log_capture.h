@@ -20,6 +20,9 @@ class LogCapture {
     int count(const std::string &text) const;
     void clear();
     const std::string &path() const { return path_; }
+    ~LogCapture();
+    LogCapture(const LogCapture &) = delete;
+    LogCapture &operator=(const LogCapture &) = delete;
 
   private:
     friend LogCapture &log_capture();
