@@ -35,7 +35,9 @@ fi
 dir=build/aarch64
 cmake -S . -B "$dir" -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/aarch64-linux-gnu.cmake \
       -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRANSFER_WERROR=ON >/dev/null
-cmake --build "$dir" -j"$(nproc)"
+. scripts/quiet.sh
+echo "building into $dir (progress in $dir/build.log)"
+quiet_step "$dir/build.log" cmake --build "$dir" -j"$(nproc)"
 
 # Without a binfmt handler for AArch64 programs, an emulated test cannot start another
 # AArch64 program (only the test program itself runs under qemu-aarch64). Left out then:
@@ -57,4 +59,4 @@ fi
 # qemu-user's termios translation knows no 4000000 baud.
 export GTEST_FILTER='-UartCfg.EveryRateOfTheTableSetsBothSpeeds'
 echo "not running (emulator limit): UartCfg.EveryRateOfTheTableSetsBothSpeeds"
-ctest --test-dir "$dir" --output-on-failure -j"$(nproc)" "${exclude[@]}" "$@"
+quiet_ctest "$dir/ctest.log" ctest --test-dir "$dir" -j"$(nproc)" "${exclude[@]}" "$@"

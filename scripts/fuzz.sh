@@ -17,7 +17,8 @@ targets=(uart_cut net_datagram config_load frame_data cmd_parse)
 CC=clang CXX=clang++ cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DTRANSFER_BUILD_FUZZ=ON -DTRANSFER_BUILD_TESTS=OFF -DTRANSFER_BUILD_TOOLS=OFF \
     -DTRANSFER_SANITIZE= -DTRANSFER_WERROR=ON >/dev/null
-cmake --build "$dir" -j2 --target "${targets[@]/#/fuzz_}"
+. scripts/quiet.sh
+quiet_step "$dir/build.log" cmake --build "$dir" -j2 --target "${targets[@]/#/fuzz_}"
 
 # One target: a scratch corpus grown from the committed seeds (the seeds stay as they
 # are), the library's own output closed, and every finding kept under artifacts/.

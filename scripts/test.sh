@@ -7,8 +7,11 @@
 #   scripts/test.sh                  plain, release, address, thread, fuzz and aarch64
 #   scripts/test.sh plain thread     only these
 # FUZZ_SECONDS sets the time per fuzz target (default 45).
+# Compiler output goes to build/test-<variant>/build.log, each phase's ctest output to
+# ctest.log beside it: the screen shows failures and each phase's summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+. scripts/quiet.sh
 scripts/install-deps.sh
 
 jobs=$(nproc)
@@ -36,9 +39,10 @@ for v in "${variants[@]}"; do
             ;;
         release)
             echo "=== release build (compiled, not run) ==="
-            cmake -S . -B build/test-release -DCMAKE_BUILD_TYPE=Release \
-                -DTRANSFER_WERROR=ON >/dev/null
-            cmake --build build/test-release -j"$jobs" || status=1
+            quiet_step build/test-release/configure.log cmake -S . -B build/test-release \
+                -DCMAKE_BUILD_TYPE=Release -DTRANSFER_WERROR=ON &&
+                quiet_step build/test-release/build.log cmake --build build/test-release \
+                    -j"$jobs" && echo "release: built" || status=1
             continue
             ;;
         plain | address | thread) ;;
@@ -51,15 +55,16 @@ for v in "${variants[@]}"; do
     san=""
     [ "$v" = plain ] || san=$v
     echo "=== $v build ==="
-    cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTRANSFER_SANITIZE="$san" \
-        -DTRANSFER_WERROR=ON >/dev/null
-    cmake --build "$dir" -j"$jobs"
+    if ! quiet_step "$dir/configure.log" cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DTRANSFER_SANITIZE="$san" -DTRANSFER_WERROR=ON ||
+        ! quiet_step "$dir/build.log" cmake --build "$dir" -j"$jobs"; then
+        status=1
+        continue
+    fi
     echo "=== $v tests ==="
     # TSan needs the fixed memory layout that a high mmap randomisation breaks.
     runner=()
     [ "$v" = thread ] && command -v setarch >/dev/null && runner=(setarch "$(uname -m)" -R)
-    if ! "${runner[@]}" ctest --test-dir "$dir" --output-on-failure -j"$jobs" --timeout 600; then
-        status=1
-    fi
+    quiet_ctest "$dir/ctest.log" "${runner[@]}" ctest --test-dir "$dir" -j"$jobs" --timeout 600 || status=1
 done
 exit $status
