@@ -17,6 +17,7 @@
 #include "engine/deadlines.h"
 #include "engine/ending.h"
 #include "engine/inflight.h"
+#include "engine/record_cache.h"
 #include "engine/send.h"
 
 namespace {
@@ -50,14 +51,14 @@ void release_record(transfer_op_t *op) {
     pthread_cond_destroy(&p->st_wait_signal);
     pthread_mutex_destroy(&p->st_wait_lock);
     pthread_mutex_destroy(&p->p_packet.st_lock);
-    free(sdk::inflight_of(p));
+    sdk::record_give(sdk::inflight_of(p));
     op->p_packet_node = nullptr;
 }
 
 // The record of a new request. Settled: nothing of it is zero-filled but its small fields;
 // the two 9000-byte buffers are written only as far as a frame or a reply uses them.
 sdk::InFlight *new_record() {
-    auto *x = static_cast<sdk::InFlight *>(malloc(sizeof(sdk::InFlight)));
+    sdk::InFlight *x = sdk::record_take();
     if (x == nullptr) return nullptr;
     packet_data_t *p = &x->rec;
     p->n_port_id = 0;

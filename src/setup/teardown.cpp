@@ -12,6 +12,7 @@
 
 #include "channel/direct_receive.h"
 #include "transfer_server.h"
+#include "engine/record_cache.h"
 #include "engine/state.h"
 #include "uart.h"
 
@@ -120,6 +121,7 @@ void engine_teardown() {
         free_channel(&g_st_transfer.st_info[i]);
     free(g_st_transfer.st_info);
     memset(static_cast<void *>(&g_st_transfer), 0, sizeof(g_st_transfer));
+    record_cache_drain();
 }
 
 }  // namespace sdk
