@@ -43,7 +43,7 @@ class Zlog : public ::testing::Test {
     std::string conf(std::string text, const std::string &name = "zlog.conf") {
         for (size_t at; (at = text.find("@DIR@")) != std::string::npos;)
             text.replace(at, 5, dir_.path());
-        return dir_.write(name, text);
+        return dir_.write(name, text + "\n");
     }
     int init(const std::string &text) { return zlog_init(conf(text).c_str()); }
     std::string path(const std::string &name) const { return dir_.path() + "/" + name; }
@@ -77,40 +77,32 @@ TEST_F(Zlog, ConfigurationsRulesAndFormats) {
     const std::string ids = std::to_string(getpid()) + " " + hex + " " +
                             std::to_string(pthread_self()) + " " + std::to_string(gettid());
     const std::string stamp = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)";
+    // clang-format off
     const struct {
-        std::string conf;
-        const char *script;
-        std::vector<std::string> files;
+        std::string conf, script, files;  // files: "name=lines; ..."
     } cases[] = {
-        {"", "a:I", {}},
-        {"[formats]\nf = \"%m%n\"\n", "a:I", {}},
+        {"", "a:I", ""},
+        {"[formats]\nf = \"%m%n\"\n", "a:I", ""},
         {kRules + "a.NOTICE \"@DIR@/ge.log\"; f\na.=warn \"@DIR@/eq.log\"; f\n"
-                  "a.!Info \"@DIR@/ne.log\"; f\na.* \"@DIR@/all.log\"; f\na.=INFO >stdout; f\n"
-                  "a.ERROR >stderr; g\n",
-         "a:DINWEF",
-         {"ge.log=a.N|a.W|a.E|a.F", "eq.log=a.W", "ne.log=a.D|a.N|a.W|a.E|a.F",
-          "all.log=a.D|a.I|a.N|a.W|a.E|a.F", "stdout=a.I", "stderr=<a.E>|<a.F>"}},
+                  "a.!Info \"@DIR@/ne.log\"; f\na.* \"@DIR@/all.log\"; f\n"
+                  "a.=INFO >stdout; f\na.ERROR >stderr; g\n", "a:DINWEF",
+         "ge.log=a.N|a.W|a.E|a.F; eq.log=a.W; ne.log=a.D|a.N|a.W|a.E|a.F; "
+         "all.log=a.D|a.I|a.N|a.W|a.E|a.F; stdout=a.I; stderr=<a.E>|<a.F>"},
         // "aa_" takes "aa" and the names below it; "!" what no other rule takes.
         {kRules + "aa_.* \"@DIR@/aa.log\"; f\nsdk.* \"@DIR@/sdk.log\"; f\n",
          "aa:I aa_x:I aa_x_y:I aab:I aa1_x:I a:I sdk_x:I sdk:I",
-         {"aa.log=aa.I|aa_x.I|aa_x_y.I", "sdk.log=sdk.I"}},
+         "aa.log=aa.I|aa_x.I|aa_x_y.I; sdk.log=sdk.I"},
         {kRules + "*.ERROR \"@DIR@/err.log\"; f\na.* \"@DIR@/a.log\"; f\n!.* \"@DIR@/w.log\"; f\n",
-         "a:IE anything:IE",
-         {"err.log=a.E|anything.E", "a.log=a.I|a.E", "w.log="}},
+         "a:IE anything:IE", "err.log=a.E|anything.E; a.log=a.I|a.E; w.log="},
         {kRules + "a.* \"@DIR@/a.log\"; f\n!.* \"@DIR@/w.log\"; f\n!.ERROR \"@DIR@/we.log\"; f\n",
-         "a:I b:IE",
-         {"a.log=a.I", "w.log=b.I|b.E", "we.log=b.E"}},
-        {kRules + "a.* \"@DIR@/a.log\"; f\na.ERROR \"@DIR@/a.log\"; g\n",
-         "a:IE",
-         {"a.log=a.I|a.E|<a.E>"}},
+         "a:I b:IE", "a.log=a.I; w.log=b.I|b.E; we.log=b.E"},
+        {kRules + "a.* \"@DIR@/a.log\"; f\na.ERROR \"@DIR@/a.log\"; g\n", "a:IE",
+         "a.log=a.I|a.E|<a.E>"},
         {kRules + "c.* \"@DIR@/%E(ZLOG_TEST_NAME).log\"; e\n*.* \"@DIR@/%c.log\"; e\n",
-         "c:I beta:I",
-         {"fromenv.log=fromenv c.I", "c.log=fromenv c.I", "beta.log=fromenv beta.I"}},
+         "c:I beta:I", "fromenv.log=fromenv c.I; c.log=fromenv c.I; beta.log=fromenv beta.I"},
         // Not strict: the rules that fail are skipped, the others kept.
-        {"[global]\nstrict init = false\n" + kRules +
-             "b.NOPE >stdout; f\nc.* \"@DIR@/no/dir/c.log\"; f\na.* >stdout; f\n",
-         "a:I b:I c:I",
-         {"stdout=a.I"}},
+        {"[global]\nstrict init = false\n" + kRules + "b.NOPE >stdout; f\n"
+         "c.* \"@DIR@/no/dir/c.log\"; f\na.* >stdout; f\n", "a:I b:I c:I", "stdout=a.I"},
         {"# comment\n[global]\nstrict init = true\nbuffer min = 1024\nbuffer max = 2MB\n"
          "rotate lock file = /tmp/zlog.lock\nsome unknown key = x\nfile perms = 644\n"
          "[levels]\nTRACE = 10\nAUDIT = 130, LOG_NOTICE\n[formats]\n"
@@ -119,37 +111,28 @@ TEST_F(Zlog, ConfigurationsRulesAndFormats) {
          "b.* >syslog, LOG_LOCAL0\nb.* | cat > /dev/null\nb.* $myrecord, \"record %d\"\n"
          "b.* \"@DIR@/r.log\", 10MB * 3 ~ \"@DIR@/r.#r.log\"\nb.* \"@DIR@/s.log\", 1GB\n"
          "b.* -\"@DIR@/y.log\", 100KB * 5\nb.* >stderr\na.INFO \\\n   \"@DIR@/a.log\"; \\\n f\n",
-         "a:I",
-         {"a.log=<a.I>"}},
+         "a:I", "a.log=<a.I>"},
         // Custom and unknown levels, the configured default format and the built-in one.
         {"[global]\ndefault format = \"%V %m%n\"\n[levels]\nTRACE = 10\n[formats]\n"
          "f = \"%V/%v %m%n\"\n[rules]\nc.trace \"@DIR@/c.log\"; f\nd.* \"@DIR@/d.log\"\n",
-         "c:TUD d:E",
-         {"c.log=TRACE/trace c.T|UNKNOWN/unknown c.U|DEBUG/debug c.D", "d.log=ERROR d.E"}},
-        {"[rules]\nc.* \"@DIR@/f.log\"\n",
-         "c:W",
-         {"f.log=~" + stamp + " WARN \\[" + std::to_string(getpid()) +
-          ":src/dir/unit.cpp:42\\] c.W"}},
-        {fmt("%c,%V,%v,%F,%f,%L,%U,%m,%%,%n"),
-         "c:I",
-         {"f.log=c,INFO,info,src/dir/unit.cpp,unit.cpp,42,my_func,c.I,%,"}},
-        {fmt("%p %t %T %k"), "c:I", {"f.log=" + ids}},
-        {fmt("[%5V][%-5V][%.2V][%-8.2v][%-10.30c][%-4L][%.2m][%5m][%-5m]"),
-         "c:I",
-         {"f.log=[ INFO][INFO ][IN][in      ][c         ][42  ][c.][  c.I][c.I  ]"}},
-        {fmt("%d(%Y) [%8d(%Y)] %d,%d() %d(%H:%M:%S).%ms %us"),
-         "c:I",
-         {"f.log=~20\\d\\d \\[    20\\d\\d\\] " + stamp + "," + stamp +
-          R"( \d\d:\d\d:\d\d\.\d{3} \d{6})"}},
+         "c:TUD d:E", "c.log=TRACE/trace c.T|UNKNOWN/unknown c.U|DEBUG/debug c.D; d.log=ERROR d.E"},
+        {"[rules]\nc.* \"@DIR@/f.log\"\n", "c:W",
+         "f.log=~" + stamp + " WARN \\[" + std::to_string(getpid()) + ":src/dir/unit.cpp:42\\] c.W"},
+        {fmt("%c,%V,%v,%F,%f,%L,%U,%m,%%,%n"), "c:I",
+         "f.log=c,INFO,info,src/dir/unit.cpp,unit.cpp,42,my_func,c.I,%,"},
+        {fmt("%p %t %T %k"), "c:I", "f.log=" + ids},
+        {fmt("[%5V][%-5V][%.2V][%-8.2v][%-10.30c][%-4L][%.2m][%5m][%-5m]"), "c:I",
+         "f.log=[ INFO][INFO ][IN][in      ][c         ][42  ][c.][  c.I][c.I  ]"},
+        {fmt("%d(%Y) [%8d(%Y)] %d,%d() %d(%H:%M:%S).%ms %us"), "c:I", "f.log=~20\\d\\d \\[    "
+         "20\\d\\d\\] " + stamp + "," + stamp + R"( \d\d:\d\d:\d\d\.\d{3} \d{6})"},
         // Files of 10 bytes take two lines of 4: the last ten lines, two by two.
-        {kRules +
-             "a.* \"@DIR@/r.log\", 10 * 2 ~ \"@DIR@/r.#r.log\"; f\n"
-             "a.* \"@DIR@/s.log\", 10 * 2 ~ \"@DIR@/s.#2s.log\"; f\na.* \"@DIR@/d.log\", 10; f\n",
-         "a:DINWEFDINW",
-         {"r.log=a.N|a.W", "r.0.log=a.D|a.I", "r.1.log=a.E|a.F", "r.2.log=", "s.log=a.N|a.W",
-          "s.03.log=a.D|a.I", "s.02.log=a.E|a.F", "s.01.log=", "d.log.0=a.D|a.I",
-          "d.log.3=a.D|a.I"}},
+        {kRules + "a.* \"@DIR@/r.log\", 10 * 2 ~ \"@DIR@/r.#r.log\"; f\n"
+                  "a.* \"@DIR@/s.log\", 10 * 2 ~ \"@DIR@/s.#2s.log\"; f\n"
+                  "a.* \"@DIR@/d.log\", 10; f\n", "a:DINWEFDINW",
+         "r.log=a.N|a.W; r.0.log=a.D|a.I; r.1.log=a.E|a.F; r.2.log=; s.log=a.N|a.W; "
+         "s.03.log=a.D|a.I; s.02.log=a.E|a.F; s.01.log=; d.log.0=a.D|a.I; d.log.3=a.D|a.I"},
     };
+    // clang-format on
     for (const auto &c : cases) {
         SCOPED_TRACE(c.conf);
         ASSERT_EQ(init(c.conf), 0);
@@ -159,7 +142,8 @@ TEST_F(Zlog, ConfigurationsRulesAndFormats) {
         std::map<std::string, std::string> got = {{"stderr", bars(GetCapturedStderr())},
                                                   {"stdout", bars(GetCapturedStdout())}};
         zlog_fini();
-        for (const std::string &f : c.files) {
+        std::istringstream files(c.files);
+        for (std::string f; std::getline(files >> std::ws, f, ';');) {
             std::string name = f.substr(0, f.find('=')), want = f.substr(f.find('=') + 1);
             std::string text = got.count(name) ? got[name] : read(name);
             if (want[0] == '~') {
@@ -181,36 +165,21 @@ TEST_F(Zlog, RefusedConfigurations) {
     EXPECT_EQ(zlog_init(path("absent.conf").c_str()), -1);
     EXPECT_EQ(zlog_init(dir_.path().c_str()), -1);
     EXPECT_EQ(zlog_init(""), -1);
-    for (const char *text : {"[rules]\n[formats]\n",
-                             "[formats]\n[global]\n",
-                             "[rules]\n[rules]\n",
-                             "[outputs]\n",
-                             "[rules\n",
-                             "a.* >stdout\n",
-                             "[global]\nstrict init\n",
-                             "[global]\ndefault format = %m%n\n",
-                             "[levels]\nTRACE = abc\n",
-                             "[levels]\nTRACE = 300\n",
-                             "[levels]\nTRACE = 10, LOG_NOPE\n",
-                             "[formats]\nf = %m\n",
-                             "[formats]\nf = \"%m\"\nf = \"%m\"\n",
-                             "[rules]\na >stdout\n",
-                             "[rules]\na.* \n",
-                             "[rules]\na.NOPE >stdout\n",
-                             "[rules]\na.* >stdnowhere\n",
-                             "[rules]\na.* \"@DIR@/a.log\"; nosuch\n",
-                             "[rules]\na.* \"@DIR@/a.log\n",
-                             "[rules]\na.* \"@DIR@/a.log\", 10XB\n",
-                             "[rules]\na.* \"@DIR@/no/dir/a.log\"\n",
-                             "[rules]\na-b.* >stdout\n",
-                             "[rules]\na.* \"@DIR@/d.log\", 1MB ~ \"@DIR@/d.log.old\"\n",
-                             "[formats]\nf = \"%d %Q %m%n\"\n",
-                             "[formats]\nf = \"%m%\"\n",
-                             "[formats]\nf = \"%M %m\"\n",
-                             "[formats]\nf = \"%d(%F %m\"\n",
-                             "[formats]\nf = \"%-.c\"\n",
-                             "[global]\ndefault format = \"%y\"\n",
-                             "[rules]\na.* \"@DIR@/%Z.log\"\n"}) {
+    // "|" stands for a line break.
+    // clang-format off
+    const char *const refused[] = {
+        "[rules]|[formats]", "[rules]|[rules]", "[outputs]", "[rules", "a.* >stdout",
+        "[global]|strict init", "[global]|default format = %m%n", "[levels]|TRACE = 300",
+        "[levels]|TRACE = 10, LOG_NOPE", "[formats]|f = \"%m\"|f = \"%m\"", "[rules]|a >stdout",
+        "[rules]|a.* ", "[rules]|a.NOPE >stdout", "[rules]|a.* >stdnowhere",
+        "[rules]|a.* \"@DIR@/a.log\"; nosuch", "[rules]|a.* \"@DIR@/a.log",
+        "[rules]|a.* \"@DIR@/no/dir/a.log\"", "[rules]|a-b.* >stdout",
+        "[rules]|a.* \"@DIR@/d.log\", 1MB ~ \"@DIR@/d.log.old\"", "[formats]|f = \"%d %Q %m%n\"",
+        "[formats]|f = \"%M %m\"", "[formats]|f = \"%d(%F %m\"", "[global]|default format = \"%y\"",
+        "[rules]|a.* \"@DIR@/%Z.log\""};
+    // clang-format on
+    for (std::string text : refused) {
+        std::replace(text.begin(), text.end(), '|', '\n');
         SCOPED_TRACE(text);
         EXPECT_EQ(init(text), -1);
         EXPECT_EQ(zlog_get_category("a"), nullptr);
