@@ -193,20 +193,16 @@ TEST_F(Zlog, RefusedConfigurations) {
 }
 // Calls before init, after fini, on a null category, or a second init: refused or dropped.
 TEST_F(Zlog, CallsOutsideAnInitialisedLibrary) {
-    EXPECT_EQ(zlog_reload(nullptr), -1);
-    EXPECT_EQ(zlog_get_category("a"), nullptr);
-    EXPECT_EQ(zlog_put_mdc("tag", "x"), -1);
-    EXPECT_EQ(zlog_get_mdc("tag"), nullptr);
     zlog_remove_mdc("tag");
     zlog_clean_mdc();
     zlog_info(nullptr, "dropped %d", 1);
+    EXPECT_TRUE(zlog_reload(nullptr) == -1 && zlog_put_mdc("tag", "x") == -1);
+    EXPECT_FALSE(zlog_get_category("a") || zlog_get_mdc("tag"));
     ASSERT_EQ(init(kRules + "a.* \"@DIR@/a.log\"; f\n"), 0);
     EXPECT_EQ(zlog_init(conf(kRules + "b.* >stdout\n", "b.conf").c_str()), -1);
-    zlog_category_t *a = zlog_get_category("a");
-    ASSERT_NE(a, nullptr);  // the first configuration stays
-    EXPECT_EQ(zlog_get_category("b"), nullptr);
-    EXPECT_EQ(zlog_get_category(nullptr), nullptr);
-    EXPECT_EQ(zlog_level_enabled(nullptr, ZLOG_LEVEL_INFO), 0);
+    zlog_category_t *a = zlog_get_category("a");  // the first configuration stays
+    EXPECT_FALSE(!a || zlog_get_category("b") || zlog_get_category(nullptr) ||
+                 zlog_level_enabled(nullptr, ZLOG_LEVEL_INFO));
     const std::string big(100000, 'x');
     zlog_info(a, "%s", big.c_str());
     zlog_fini();
@@ -228,10 +224,10 @@ TEST_F(Zlog, LevelsEnabledAndFiles) {
     ASSERT_EQ(init(kRules + "a.=INFO \"@DIR@/a.log\"; f\na.ERROR \"@DIR@/a.log\"; f\n"
                             "a.=DEBUG -\"@DIR@/s.log\"; f\nr.* \"@DIR@/r.log\"; f\n"),
               0);
-    zlog_category_t *a = zlog_get_category("a");
-    for (auto [level, on] : std::map<int, int>{
-             {20, 1}, {40, 1}, {60, 0}, {80, 0}, {100, 1}, {121, 1}, {-1, 0}, {1000, 0}})
-        EXPECT_EQ(zlog_level_enabled(a, level), on) << level;
+    std::string enabled;
+    for (int level : {20, 40, 60, 80, 100, 121, -1, 1000})
+        enabled += std::to_string(zlog_level_enabled(zlog_get_category("a"), level));
+    EXPECT_EQ(enabled, "11001100");
     log("a:DINEF r:I");
     EXPECT_EQ(read("s.log"), "a.D");  // synced: there before zlog_fini
     // A file renamed away is opened again by its path, checked at most once a second.
@@ -241,37 +237,32 @@ TEST_F(Zlog, LevelsEnabledAndFiles) {
         return std::filesystem::exists(path("r.log"));
     }));
     zlog_fini();
-    EXPECT_EQ(read("a.log"), "old|a.I|a.E|a.F");
-    EXPECT_EQ(read("r.log"), "r.E");
-    EXPECT_EQ(read("r.log.1").substr(0, 7), "r.I|r.E");
+    EXPECT_EQ(read("a.log") + " " + read("r.log") + " " + read("r.log.1").substr(0, 7),
+              "old|a.I|a.E|a.F r.E r.I|r.E");
 }
 
 TEST_F(Zlog, MdcIsPerThread) {
     ASSERT_EQ(init(fmt("[%M(tag)][%M(other)] %m%n")), 0);
     zlog_category_t *c = zlog_get_category("c");
-    zlog_put_mdc("tag", "TRANSFER");
-    zlog_info(c, "one");
-    zlog_put_mdc("tag", "DEVICE");
+    zlog_put_mdc("tag", "T");
     zlog_put_mdc("other", "x");
-    zlog_info(c, "two");
+    zlog_info(c, "one");
     std::thread([c] {
-        EXPECT_EQ(zlog_get_mdc("tag"), nullptr);
         zlog_info(c, "thread");
         zlog_put_mdc("tag", "OTHER");
     }).join();
-    EXPECT_STREQ(zlog_get_mdc("tag"), "DEVICE");
+    zlog_info(c, "after");
     zlog_remove_mdc("tag");
-    zlog_info(c, "three");
+    zlog_info(c, "two");
     zlog_clean_mdc();
-    zlog_info(c, "four");
-    EXPECT_EQ(read("f.log"), "[TRANSFER][] one|[DEVICE][x] two|[][] thread|[][x] three|[][] four");
+    zlog_info(c, "three");
+    EXPECT_EQ(read("f.log"), "[T][x] one|[][] thread|[T][x] after|[][x] two|[][] three");
     // Keys and values of up to 1024 bytes.
     const std::string max(1024, 'k'), over(1025, 'k');
-    EXPECT_EQ(zlog_put_mdc(max.c_str(), max.c_str()), 0);
-    EXPECT_EQ(zlog_get_mdc(max.c_str()), max);
-    for (auto [key, value] : std::vector<std::pair<const char *, const char *>>{
-             {over.c_str(), "v"}, {"k", over.c_str()}, {nullptr, "v"}, {"", "v"}})
-        EXPECT_EQ(zlog_put_mdc(key, value), -1);
+    EXPECT_TRUE(zlog_put_mdc(max.c_str(), max.c_str()) == 0 && zlog_get_mdc(max.c_str()) == max);
+    EXPECT_EQ(zlog_put_mdc(over.c_str(), "v") + zlog_put_mdc("k", over.c_str()) +
+                  zlog_put_mdc(nullptr, "v") + zlog_put_mdc("", "v"),
+              -4);
 }
 
 // A reload takes the new rules for the categories kept; a failed one keeps the old
