@@ -44,10 +44,8 @@ TEST_F(Mio, PositionedRecordsBytesAndInts) {
     EXPECT_FALSE(mio_writechartosd(fp, 0, 0, text) || mio_writechartosd(fp, 0, -1, text) ||
                  mio_writestructtosd(fp, 0, 4, nullptr));
     EXPECT_TRUE(mio_writestructtosd_sync(fp, 32, 4, text));  // flushed and synced
-    EXPECT_EQ(read("rec.bin"), std::string("\xc0\x1d\xfe\xff"
-                                           "abc",
-                                           7) +
-                                   std::string(9, '\0') + std::string(rec, 16) + "abc" + '\0');
+    std::string int_bytes(reinterpret_cast<char *>(&number), 4), zeros(9, '\0');
+    EXPECT_EQ(read("rec.bin"), int_bytes + "abc" + zeros + std::string(rec, 16) + "abc" + '\0');
     mio_closefile(fp);
     fp = mio_openreadfile(path.data());
     EXPECT_EQ(mio_readstructfromsd(fp, 16, sizeof(buf), buf), 1);
