@@ -2,6 +2,7 @@
 // clearing, deletion, moving and copying, and overlong paths.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -126,7 +127,12 @@ TEST_F(Mio, PathsNamesAndFilters) {
 }
 
 TEST_F(Mio, CreateDeleteMoveAndClear) {
-    EXPECT_TRUE(mio_createdirectory(at("a/b/c").data()) && mio_createdirectory(at("a/b/c").data()));
+    EXPECT_TRUE(mio_createdirectory(at("a").data()) && mio_createdirectory(at("a/b/c").data()));
+    EXPECT_TRUE(mio_createdirectory(at("a/b/c").data()));  // there already
+    struct stat st;
+    mode_t mask = umask(0);
+    umask(mask);
+    EXPECT_TRUE(stat(at("a").c_str(), &st) == 0 && (st.st_mode & 0777) == (0766u & ~mask));
     EXPECT_TRUE(mio_directoryexist(at("a/b/c").c_str()));
     EXPECT_FALSE(mio_createdirectory(nullptr));
     // A tree goes with the links (to a folder, a file, nowhere) and the pipe in it; what the
@@ -150,7 +156,8 @@ TEST_F(Mio, CreateDeleteMoveAndClear) {
     CaptureStdout();
     mio_movedirectory(m.data(), to.data());
     mio_movedirectory(to.data(), renamed.data());
-    GetCapturedStdout();
+    EXPECT_NE(GetCapturedStdout().find("MIO_MoveDirectory command = mv -f -- '" + m + "' '" + to),
+              std::string::npos);
     EXPECT_EQ(read("renamed/m") + read("renamed/kept"), "mmmmxx");
     EXPECT_FALSE(exists("out_dir"));
 

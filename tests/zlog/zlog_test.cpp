@@ -176,7 +176,9 @@ TEST_F(Zlog, RefusedConfigurations) {
         "[rules]|a.* \"@DIR@/no/dir/a.log\"", "[rules]|a-b.* >stdout",
         "[rules]|a.* \"@DIR@/d.log\", 1MB ~ \"@DIR@/d.log.old\"", "[formats]|f = \"%d %Q %m%n\"",
         "[formats]|f = \"%M %m\"", "[formats]|f = \"%d(%F %m\"", "[global]|default format = \"%y\"",
-        "[rules]|a.* \"@DIR@/%Z.log\""};
+        "[rules]|a.* \"@DIR@/%Z.log\"", "[formats]|[global]", "[levels]|TRACE = abc",
+        "[formats]|f = %m", "[formats]|f = \"%m%\"", "[formats]|f = \"%-.c\"",
+        "[rules]|a.* \"@DIR@/a.log\", 10XB"};
     // clang-format on
     for (std::string text : refused) {
         std::replace(text.begin(), text.end(), '|', '\n');
