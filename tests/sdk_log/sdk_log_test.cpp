@@ -1,10 +1,10 @@
-// The logging facade over zlog: initialisers, reloads, tags and the cost of a filtered
-// line. The tests run in order in one process and each leaves zlog finalised.
+// The logging facade over zlog: initialisers, reloads, module tags, and the cost of a
+// filtered line. Each test leaves zlog finalised.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 
@@ -14,171 +14,100 @@
 
 namespace {
 
-using sdk::test::TempDir;
-
-std::string slurp(const std::string &path) {
-    std::ifstream in(path);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-int8_t *conf(std::string &path) {
-    return reinterpret_cast<int8_t *>(path.data());
-}
-
-// A configuration with the given rules; every format shows level, tag, file base name,
-// function and line.
-std::string write_conf(const TempDir &dir, const std::string &rules) {
-    return dir.write("zlog.conf",
-                     "[formats]\n"
-                     "f = \"%V [%M(tag)] %f:%L %U %m%n\"\n"
-                     "[rules]\n" +
-                         rules);
-}
-
-TEST(SdkLog, LinesBeforeInitAreDroppedAndNothingBreaks) {
-    EXPECT_EQ(sdk_log_rules, nullptr);
-    EXPECT_EQ(sdk_printf_rules, nullptr);
-    TLOGE("dropped %d", 1);
-    SDK_PRINTF(LOG_DEVICE, ZLOG_LEVEL_DEBUG, "dropped too");
-}
-
-TEST(SdkLog, InitTagsEveryLineWithItsModuleFileFunctionAndLine) {
-    TempDir dir;
-    std::string log = dir.path() + "/sdk.log";
-    std::string dbg = dir.path() + "/debug.log";
-    std::string path = write_conf(dir, "sdk.*  \"" + log + "\"; f\ndebug.* \"" + dbg + "\"; f\n");
-    ASSERT_EQ(sdk_log_init(conf(path)), 0);
-    ASSERT_NE(sdk_log_rules, nullptr);
-    ASSERT_NE(sdk_printf_rules, nullptr);
-    EXPECT_STREQ(zlog_get_mdc("tag"), "OTHER");
-
-    TLOGI("hello %d", 42);
-    const int line = __LINE__ - 1;
-    LOGE(LOG_REPORT, "from the report path");
-    LOGD(LOG_TCP, "socket line");
-    SDK_PRINTF(LOG_DEVICE, ZLOG_LEVEL_DEBUG, "raw bytes");
-
-    std::string text = slurp(log);
-    EXPECT_NE(text.find("INFO [TRANSFER] sdk_log_test.cpp:" + std::to_string(line) +
-                        " TestBody hello 42"),
-              std::string::npos)
-        << text;
-    EXPECT_NE(text.find("ERROR [REPORT]"), std::string::npos);
-    EXPECT_NE(text.find("DEBUG [SOCKET]"), std::string::npos);  // LOG_TCP's text
-    EXPECT_EQ(text.find("raw bytes"), std::string::npos);
-    EXPECT_NE(slurp(dbg).find("DEBUG [DEVICE]"), std::string::npos);
-    zlog_fini();
-}
-
-TEST(SdkLog, FilteredLineNeitherFormatsNorTouchesTheTag) {
-    TempDir dir;
-    std::string log = dir.path() + "/sdk.log";
-    std::string path = write_conf(dir, "sdk.ERROR \"" + log + "\"; f\ndebug.* >stdout\n");
-    ASSERT_EQ(sdk_log_init(conf(path)), 0);
-    zlog_put_mdc("tag", "KEEP");
-    int evaluated = 0;
-    auto count = [&evaluated] { return ++evaluated; };
-    LOGD(LOG_REPORT, "not written %d", count());
-    TLOGI("not written %d", count());
-    EXPECT_EQ(evaluated, 0);  // arguments not even evaluated
-    EXPECT_STREQ(zlog_get_mdc("tag"), "KEEP");
-    TLOGE("written %d", count());
-    EXPECT_EQ(evaluated, 1);
-    EXPECT_STREQ(zlog_get_mdc("tag"), "TRANSFER");
-    EXPECT_EQ(slurp(log).find("not written"), std::string::npos);
-    zlog_fini();
-}
-
-TEST(SdkLog, FailuresPrintTheirMessagesAndReturn2000) {
-    TempDir dir;
-    std::string missing = dir.path() + "/none.conf";
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(sdk_log_init(conf(missing)), -2000);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "log_init error;\n");
-
-    std::string path = write_conf(dir, "sdk.* >stderr\ndebug.* >stderr\n");
-    std::string cat = "nosuch";
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(pack_sdk_log_init(cat.data(), path.data()), -2000);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "get cat fail\n");
-
-    // Without a "debug" category: refused, zlog finalised, the log category kept.
-    std::string no_debug = dir.write("nodebug.conf", "[rules]\nsdk.* >stderr\n");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(sdk_log_init(conf(no_debug)), -2000);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "get cat fail\n");
-    EXPECT_NE(sdk_log_rules, nullptr);
-    EXPECT_EQ(sdk_printf_rules, nullptr);
-    TLOGE("after a failed init the line is dropped, not a crash");
-
-    // zlog was finalised, so a proper initialisation works again.
-    std::string own = "mine";
-    std::string good = dir.write("good.conf", "[rules]\nmine.* >stderr\ndebug.* >stderr\n");
-    EXPECT_EQ(pack_sdk_log_init(own.data(), good.data()), 0);
-    zlog_fini();
-}
-
-// The example configuration given to hosts loads on a fresh system: zlog refuses a file
-// whose log files cannot be opened, so they must lie in folders that exist.
-TEST(SdkLog, ExampleConfigurationLoads) {
-    const char *src = getenv("TRANSFER_SOURCE_DIR");
-    if (src == nullptr) GTEST_SKIP() << "TRANSFER_SOURCE_DIR not set (run through ctest)";
-    std::string path = std::string(src) + "/config/example_zlog.conf";
-    const std::string logs[] = {"/tmp/transfer_example.sdk.log", "/tmp/transfer_example.debug.log"};
-    bool existed[2];
-    for (int i = 0; i < 2; ++i)
-        existed[i] = access(logs[i].c_str(), F_OK) == 0;
-    EXPECT_EQ(sdk_log_init(conf(path)), 0);
-    zlog_fini();
-    for (int i = 0; i < 2; ++i) {
-        if (!existed[i]) unlink(logs[i].c_str());
+class SdkLog : public ::testing::Test {
+  protected:
+    void TearDown() override { zlog_fini(); }
+    // A configuration file: each "category.level=file" word a rule writing lines as
+    // "LEVEL [tag] file:line function message".
+    std::string conf(const std::string &name, const std::string &rules) {
+        std::string text = "[formats]\nf = \"%V [%M(tag)] %f:%L %U %m%n\"\n[rules]\n";
+        std::istringstream words(rules);
+        for (std::string w; words >> w;)
+            text += w.substr(0, w.find('=')) + " \"" + dir_.path() + "/" +
+                    w.substr(w.find('=') + 1) + "\"; f\n";
+        return dir_.write(name, text);
     }
-}
+    std::string read(const std::string &name) {
+        std::stringstream ss;
+        ss << std::ifstream(dir_.path() + "/" + name).rdbuf();
+        return ss.str();
+    }
+    static int8_t *p(std::string &s) { return reinterpret_cast<int8_t *>(s.data()); }
+    sdk::test::TempDir dir_;
+};
 
-TEST(SdkLog, ReloadsSwitchCategories) {
-    TempDir dir;
-    std::string normal = dir.path() + "/normal.log";
-    std::string picture = dir.path() + "/picture.log";
-    std::string both =
-        write_conf(dir, "sdk.* \"" + normal + "\"; f\ndebug.* \"" + normal + "\"; f\npicture.* \"" +
-                            picture + "\"; f\npicture_debug.* \"" + picture + "\"; f\n");
-    ASSERT_EQ(sdk_log_init(conf(both)), 0);
-    TLOGI("line one");
-    ASSERT_EQ(sdk_log_reload_bigfile(conf(both)), 0);
-    TLOGI("line two");
-    ASSERT_EQ(sdk_log_reload_normal(conf(both)), 0);
-    TLOGI("line three");
-    std::string n = slurp(normal), p = slurp(picture);
-    EXPECT_NE(n.find("line one"), std::string::npos);
-    EXPECT_EQ(n.find("line two"), std::string::npos);
-    EXPECT_NE(p.find("line two"), std::string::npos);
-    EXPECT_NE(n.find("line three"), std::string::npos);
-
-    // A reload to a file without the big-file categories leaves the log off.
-    std::string plain = dir.write("plain.conf", "[rules]\nsdk.* >stderr\ndebug.* >stderr\n");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(sdk_log_reload_bigfile(conf(plain)), -2000);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "get cat fail\n");
-    TLOGI("dropped");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(sdk_log_reload_normal(conf(plain)), -2000);  // zlog is off: reload refused
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "log_init error;\n");
-}
-
-TEST(SdkLog, ProcessNameIsTheProgramsBaseName) {
+TEST_F(SdkLog, LinesCarryTheirModuleTagFileFunctionAndLine) {
+    EXPECT_EQ(sdk_log_rules, nullptr);
+    TLOGE("dropped before init %d", 1);
+    SDK_PRINTF(LOG_DEVICE, ZLOG_LEVEL_DEBUG, "dropped too");
+    std::string c = conf("zlog.conf", "sdk.INFO=sdk.log debug.*=debug.log");
+    ASSERT_EQ(sdk_log_init(p(c)), 0);
+    EXPECT_STREQ(zlog_get_mdc("tag"), "OTHER");
+    int evaluated = 0;
+    LOGD(LOG_REPORT, "filtered %d", ++evaluated);  // neither formatted nor tagged
+    EXPECT_EQ(evaluated, 0);
+    EXPECT_STREQ(zlog_get_mdc("tag"), "OTHER");
+    const int line = __LINE__ + 1;
+    TLOGI("hello %d", 42);
+    for (TAG tag : {LOG_REPORT, LOG_TCP, LOG_UNIX, LOG_PLAYBACK, LOG_ETH_CAPACITY})
+        LOGE(tag, "e");
+    SDK_PRINTF(LOG_DEVICE, ZLOG_LEVEL_DEBUG, "raw");
+    auto at = [](int l) { return "] sdk_log_test.cpp:" + std::to_string(l) + " TestBody "; };
+    std::string expected = "INFO [TRANSFER" + at(line) + "hello 42\n";
+    for (const char *tag : {"REPORT", "SOCKET", "SOCKET", "LAYBACK", "LOG_ETH_CAPACITY"})
+        expected += "ERROR [" + std::string(tag) + at(line + 2) + "e\n";
+    EXPECT_EQ(read("sdk.log"), expected);
+    EXPECT_EQ(read("debug.log"), "DEBUG [DEVICE" + at(line + 3) + "raw\n");
     char name[2048] = {};
     ASSERT_EQ(get_processname(name), 0);
     EXPECT_STREQ(name, "sdk_log_sdk_log_test");
 }
 
-TEST(SdkLog, TagTableTexts) {
-    EXPECT_STREQ(tag_tab[LOG_OTHER], "OTHER");
-    EXPECT_STREQ(tag_tab[LOG_TRANSFER], "TRANSFER");
-    EXPECT_STREQ(tag_tab[LOG_UNIX], "SOCKET");
-    EXPECT_STREQ(tag_tab[LOG_PLAYBACK], "LAYBACK");
-    EXPECT_STREQ(tag_tab[LOG_ETH_CAPACITY], "LOG_ETH_CAPACITY");
+// An initialiser or reload run with standard output captured: its result and what it said.
+#define SAID(call)                                              \
+    [&] {                                                       \
+        testing::internal::CaptureStdout();                     \
+        std::string result = std::to_string(call) + " ";        \
+        return result + testing::internal::GetCapturedStdout(); \
+    }()
+
+// A failure leaves the log off until the next success; a reload switches between the normal
+// and the big-file categories.
+TEST_F(SdkLog, InitialisersAndReloads) {
+    std::string missing = dir_.path() + "/none.conf", all = "sdk.*=n.log debug.*=n.log";
+    std::string normal = conf("normal.conf", all + " picture.*=p.log picture_debug.*=p.log");
+    std::string plain = conf("plain.conf", all), no_debug = conf("nodebug.conf", "sdk.*=n.log");
+    std::string nosuch = "nosuch", mine = "mine",
+                own = conf("own.conf", "mine.*=m.log debug.*=m.log");
+    EXPECT_EQ(SAID(sdk_log_init(p(missing))), "-2000 log_init error;\n");
+    EXPECT_EQ(SAID(pack_sdk_log_init(nosuch.data(), normal.data())), "-2000 get cat fail\n");
+    EXPECT_EQ(SAID(sdk_log_init(p(no_debug))), "-2000 get cat fail\n");
+    TLOGI("dropped");
+    EXPECT_EQ(SAID(pack_sdk_log_init(mine.data(), own.data())), "0 ");
+    TLOGI("mine");
+    EXPECT_EQ(SAID(sdk_log_reload_normal(p(normal))), "0 ");
+    TLOGI("one");
+    EXPECT_EQ(SAID(sdk_log_reload_bigfile(p(normal))), "0 ");
+    TLOGI("two");
+    EXPECT_EQ(SAID(sdk_log_reload_normal(p(normal))), "0 ");
+    TLOGI("three");
+    EXPECT_EQ(SAID(sdk_log_reload_bigfile(p(plain))), "-2000 get cat fail\n");
+    TLOGI("dropped");
+    EXPECT_EQ(SAID(sdk_log_reload_normal(p(plain))), "-2000 log_init error;\n");
+    auto messages = [&](const char *file) {
+        return std::regex_replace(read(file), std::regex(".* |\n"), "") + " ";
+    };
+    EXPECT_EQ(messages("m.log") + messages("n.log") + messages("p.log"), "mine onethree two ");
+    // The example configuration given to hosts loads on a fresh system (its files lie in
+    // /tmp itself); files that it creates are removed again.
+    std::vector<std::string> made;
+    for (std::string f : {"/tmp/transfer_example.sdk.log", "/tmp/transfer_example.debug.log"})
+        if (access(f.c_str(), F_OK) != 0) made.push_back(f);
+    std::string example = std::string(getenv("TRANSFER_SOURCE_DIR")) + "/config/example_zlog.conf";
+    EXPECT_EQ(sdk_log_init(p(example)), 0);
+    zlog_fini();
+    for (const std::string &f : made)
+        unlink(f.c_str());
 }
 
 }  // namespace
