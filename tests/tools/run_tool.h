@@ -15,16 +15,17 @@
 #include <vector>
 
 #include "support/log_capture.h"
+#include "support/wait.h"
 
 extern char **environ;
 
 namespace tools_test {
 
 // $TRANSFER_BINARY_DIR/tools/<name>/<name>, or /tools/<name> for a name with its folder
-// ("isp_sim/isp_sim_pty"); "" outside ctest.
+// ("isp_sim/isp_sim_pty"); an absolute path as it is; "" outside ctest.
 inline std::string tool_path(const std::string &name) {
     const char *dir = getenv("TRANSFER_BINARY_DIR");
-    if (dir == nullptr) return std::string();
+    if (name[0] == '/' || dir == nullptr) return name[0] == '/' ? name : std::string();
     const std::string tools = std::string(dir) + "/tools/";
     return name.find('/') != std::string::npos ? tools + name : tools + name + "/" + name;
 }
@@ -40,24 +41,23 @@ inline std::string slurp(const std::string &path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// Runs tool `name` with `args`; `env` entries ("NAME=value") are added to the environment.
-// Killed after timeout_s seconds.
+// Runs tool `name` with `args`; `env` entries ("NAME=value") come before the inherited
+// environment, so they win. Killed after timeout_s seconds.
 inline Run run_tool(const std::string &name, std::vector<std::string> args,
-                    const std::vector<std::string> &env = {}, int timeout_s = 30) {
+                    std::vector<std::string> env = {}, int timeout_s = 30) {
     Run run;
-    const std::string path = tool_path(name);
+    std::string path = tool_path(name);
     if (path.empty()) return run;
     sdk::test::TempDir dir;
     const std::string out = dir.path() + "/out", err = dir.path() + "/err";
-    std::vector<std::string> envs = env;
     for (char **e = environ; *e != nullptr; ++e)
-        envs.emplace_back(*e);  // earlier entries win with getenv
-    std::vector<char *> argv{const_cast<char *>(path.c_str())}, envp;
+        env.emplace_back(*e);
+    std::vector<char *> argv{path.data()}, envp;
     for (auto &a : args)
         argv.push_back(a.data());
-    argv.push_back(nullptr);
-    for (auto &e : envs)
+    for (auto &e : env)
         envp.push_back(e.data());
+    argv.push_back(nullptr);
     envp.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -69,13 +69,10 @@ inline Run run_tool(const std::string &name, std::vector<std::string> args,
     posix_spawn_file_actions_destroy(&actions);
     if (rc != 0) return run;
     int status = 0;
-    for (int waited_ms = 0; waitpid(pid, &status, WNOHANG) != pid; waited_ms += 10) {
-        if (waited_ms >= timeout_s * 1000) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            break;
-        }
-        usleep(10000);
+    if (!sdk::test::wait_until([&] { return waitpid(pid, &status, WNOHANG) == pid; },
+                               std::chrono::seconds(timeout_s))) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
     }
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     run.out = slurp(out);

@@ -1,0 +1,210 @@
+// mcu_upgrade against the simulated bootloader served on a pty, and the exit statuses and
+// messages of the host programs for command lines they refuse before any port or socket
+// is opened.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "isp_sim/pty_server.h"
+#include "run_tool.h"
+
+using tools_test::run_tool;
+
+namespace {
+
+class Programs : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (tools_test::tool_path("mcu_upgrade").empty())
+            GTEST_SKIP() << "TRANSFER_BINARY_DIR not set: run through ctest";
+        for (size_t i = 0; i < image_.size(); ++i)
+            image_[i] = static_cast<char>(i * 7 + i / 256);
+        file_ = dir_.write("fw.bin", image_);
+    }
+    sdk::test::TempDir dir_;
+    std::string image_ = std::string(3000, '\0');
+    std::string file_;
+};
+
+}  // namespace
+
+// The part is named only after a read that waits out the time-out: a run timed without it
+// would report about a second less than it took.
+TEST_F(Programs, McuUpgradeWritesTheImageAndTimesTheRun) {
+    isp_sim::Config cfg;
+    ASSERT_TRUE(isp_sim::part_config("gd32f303", &cfg));
+    isp_sim::PtyServer server(cfg);
+    ASSERT_TRUE(server.open());
+    server.start();
+    const auto start = std::chrono::steady_clock::now();
+    const auto run = run_tool("mcu_upgrade", {"-p", file_, "-t", "1000", server.slave_path()});
+    const double wall =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    server.stop();
+    ASSERT_EQ(run.status, 0) << run.out << run.err;
+    const std::vector<uint8_t> flash = server.flash();
+    EXPECT_EQ(std::string(flash.begin(), flash.begin() + 3000), image_);
+    EXPECT_EQ(server.stats().writes, 12);
+    EXPECT_NE(run.out.find("3000 bytes written at 0x08000000, part MCU_GD32F303"),
+              std::string::npos)
+        << run.out;
+    EXPECT_NE(run.err.find("100%"), std::string::npos) << run.err;  // the progress bar
+    EXPECT_EQ(run.out.find("try_times"), std::string::npos);        // programmer chatter kept
+    const size_t at = run.out.find("done in ");
+    ASSERT_NE(at, std::string::npos) << run.out;
+    const double reported = std::stod(run.out.substr(at + 8));
+    EXPECT_GT(reported, wall - 0.5) << run.out;
+    EXPECT_LE(reported, wall + 0.1) << run.out;
+}
+
+// A refusing and a silent bootloader: the explanation comes first, the programmer's lines
+// after it.
+TEST_F(Programs, McuUpgradeReportsBootloaderFailures) {
+    isp_sim::Config refusing, silent;
+    refusing.refuse_erase = true;
+    silent.ignore_syncs = 100;
+    for (const auto &[cfg, message] :
+         {std::pair{refusing, "failed (-2): the bootloader refused the erase"},
+          std::pair{silent, "failed (-1): the bootloader did not answer"}}) {
+        isp_sim::PtyServer server(cfg);
+        ASSERT_TRUE(server.open());
+        server.start();
+        const auto run = run_tool("mcu_upgrade", {"-p", file_, "-t", "100", server.slave_path()});
+        server.stop();
+        EXPECT_EQ(run.status, 1) << run.err;
+        const size_t explained = run.err.find(message);
+        EXPECT_NE(explained, std::string::npos) << run.err;
+        EXPECT_LT(explained, run.err.find("try_times")) << run.err;
+        EXPECT_EQ(server.stats().writes, 0);
+    }
+}
+
+// Numbers are taken whole and in range, texts only when they fit their field (the
+// library's parser would store "abc" as 0, "4x" as 4, "-5" as 0xfffffffb and cut a long
+// slot or path), inputs only when they are regular files that fit.
+TEST_F(Programs, RefusedCommandLines) {
+    const std::string tty = dir_.path() + "/no-such-tty", one = dir_.write("one.bin", "\x01");
+    const std::string big = dir_.write("big.bin", std::string((3u << 20) + 1, '\0'));
+    const struct {
+        const char *tool;
+        std::vector<std::string> args;
+        int status;
+        std::string message;
+    } cases[] = {
+        {"mcu_upgrade", {"-p", file_, tty}, 3, "cannot open"},
+        {"mcu_upgrade", {"-p", file_}, 2, "TRANSFER_CONFIG"},  // no device, no slot
+        {"mcu_upgrade", {"-p", dir_.path(), tty}, 3, " is not a regular file"},
+        {"mcu_upgrade", {"-p", "/dev/zero", tty}, 3, "/dev/zero is not a regular file"},
+        {"mcu_upgrade", {"-p", big, tty}, 3, "at most 3145728 fit the flash"},
+        {"mcu_upgrade",
+         {"-p", file_, "-l", "abc", tty},
+         2,
+         "-l 'abc': must be a number from 1 to 3145728"},
+        {"mcu_upgrade", {"-p", file_, "-l", "4x", tty}, 2, "-l '4x'"},
+        {"mcu_upgrade", {"-p", file_, "-t", "-5", tty}, 2, "-t '-5'"},
+        {"mcu_upgrade", {"-p", file_, "-s", "-1"}, 2, "-s '-1'"},
+        {"mcu_upgrade",
+         {"-p", dir_.path() + "/" + std::string(270, 'f'), tty},
+         2,
+         "at most 254 fit"},
+        {"transfer_tool", {"-R", "1"}, 2, "no slot: give -s"},
+        {"transfer_tool", {"-s", "x1"}, 2, "bad slot 'x1'"},
+        {"transfer_tool", {"-s"}, 2, "option -s needs a value"},
+        {"transfer_tool", {"-s", "1", "-x"}, 2, "unknown option -x"},
+        {"transfer_tool",
+         {"-s", "1", "extra"},
+         2,
+         "unexpected argument 'extra' (data values follow -d)"},
+        {"transfer_tool",
+         {"-s", "1", "-E", "1"},
+         2,
+         "nothing to write: give -d values, -P file or -L"},
+        {"transfer_tool",
+         {"-s", "1", "-E", "1", "-L", "1", "-d", "1", "2"},
+         2,
+         "2 data values but -L 1"},
+        {"transfer_tool",
+         {"-s", "1", "-E", "1", "-d", "1", "-P", one},
+         2,
+         "give the data with -d or -P, not both"},
+        {"transfer_tool",
+         {"-s", "1", "-E", "1", "-L", "4", "-P", one},
+         2,
+         "the file of -P has 1 bytes, fewer than -L 4"},
+        {"transfer_tool", {"-s", "1", "-E", "1", "-P", dir_.path()}, 1, " is not a regular file"},
+        {"transfer_tool",
+         {"-s", "1", "-E", "1", "-P", "/dev/zero"},
+         1,
+         "/dev/zero is not a regular file"},
+        {"transfer_tool", {"-s", "1", "-L", "8997"}, 2, "-L: at most 8996 bytes"},
+        {"transfer_tool",
+         {"-s", "1", "-E", "1", "-L", "8969", "-d", "1"},
+         2,
+         "-L: a write carries at most 8968 bytes"},
+        {"transfer_tool",
+         {"-s", "1", "-B", "2", "-E", "1", "-L", "8963"},
+         2,
+         "-L: a write carries at most 8962 bytes"},
+        {"transfer_tool",
+         {"-s", "1", "-d", "0x100"},
+         2,
+         "data value '0x100' is not a byte (0 to 0xff)"},
+        {"transfer_tool",
+         {"-s", "1", "-L", "abc"},
+         2,
+         "-L 'abc': must be a number from 0 to 0xffffffff"},
+        {"transfer_tool", {"-s", "1", "-L", "4x"}, 2, "-L '4x': must be"},
+        {"transfer_tool", {"-s", "1", "--length=4294967296"}, 2, "-L '4294967296': must be"},
+        {"transfer_tool", {"-s", "1", "-L", "08"}, 2, "-L '08': must be"},
+        {"transfer_tool", {"-s", "1", "-R", "-5"}, 2, "-R '-5': must be"},
+        {"transfer_tool", {"-s", "1", "-R", " 5"}, 2, "-R ' 5': must be"},
+        {"transfer_tool",
+         {"-s", "1", "-C", "0"},
+         2,
+         "-C '0': must be a number from 1 to 4294967295"},
+        {"transfer_tool", {"-s", "1", "-e", "256"}, 2, "-e '256': must be a number from 0 to 0xff"},
+        {"transfer_tool",
+         {"-s", "1", "-r", "0x10000"},
+         2,
+         "-r '0x10000': must be a number from 0 to 0xffff"},
+        {"transfer_tool", {"-s", "1", "-E", "2"}, 2, "-E '2': must be 0 (read) or 1 (write)"},
+        {"transfer_tool",
+         {"-s", "1", "-B", "3"},
+         2,
+         "-B '3': must be 0 (address), 1 (TLV) or 2 (receiving card)"},
+        {"transfer_tool", {"-s", "1", "-D", "2"}, 2, "-D '2': must be 0 (FPGA) or 1 (MCU)"},
+        {"transfer_tool", {"-s", "1", "-A", "2"}, 2, "-A '2': must be 0 (ack) or 1 (no ack)"},
+        {"transfer_tool",
+         {"-s", std::string(512, '0') + "7"},
+         2,
+         "-s: the slot identifier has 513 characters, at most 511 fit"},
+        {"transfer_tool",
+         {"-s", "1", "-P", "/tmp/" + std::string(250, 'p')},
+         2,
+         "-P: the path has 255 characters, at most 254 fit"},
+    };
+    for (const auto &c : cases) {
+        const auto run =
+            run_tool(c.tool, c.args, {"TRANSFER_CONFIG=" + dir_.path() + "/none.json"});
+        EXPECT_EQ(run.status, c.status) << c.tool << " " << c.message << ": " << run.err;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << c.tool << ": " << run.err;
+    }
+}
+
+TEST_F(Programs, AnswerBothHelpFlags) {
+    for (const char *name :
+         {"transfer_tool", "mcu_upgrade", "board_sim", "isp_sim/isp_sim_pty", "example_host"}) {
+        const auto h = run_tool(name, {"-h"});
+        const auto help = run_tool(name, {"--help"});
+        EXPECT_EQ(h.status, 0) << name << ": " << h.err;
+        EXPECT_EQ(help.status, 0) << name << ": " << help.err;
+        const std::string text = h.out + h.err;
+        EXPECT_NE(text.find("Usage"), std::string::npos) << name << ": " << text;
+        EXPECT_EQ(text, help.out + help.err) << name;
+        EXPECT_EQ(text.find("%%"), std::string::npos) << name << ": " << text;
+    }
+    // transfer_tool keeps the library's usage text in front of its own notes.
+    EXPECT_EQ(run_tool("transfer_tool", {"-h"}).err.rfind("Usage: [OPTION...]\n", 0), 0u);
+    EXPECT_NE(run_tool("isp_sim/isp_sim_pty", {"-h"}).out.find("first line printed is the device"),
+              std::string::npos);
+}
