@@ -1,14 +1,9 @@
-// The simulated bootloader on a pseudo-terminal: written by stm32flash (an independent
-// client of the protocol), by the programmer through host serial functions, and served
-// by the isp_sim_pty program.
+// The simulated bootloader on a pseudo-terminal, written by stm32flash (an independent
+// client of the protocol) and by the programmer through host serial functions.
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
-
-#include <cerrno>
 
 #include "isp_fixture.h"
 #include "isp_sim/pty_server.h"
@@ -100,40 +95,4 @@ TEST(IspPty, Stm32flashAndTheProgrammer) {
         server.stop();
     }
     if (!have_stm32flash) GTEST_SKIP() << kStm32flash << " is not installed for the cross-check";
-}
-
-// isp_sim_pty prints its slave path, serves it, and dumps the flash on SIGUSR1 and at exit.
-TEST(IspPty, SimulatorProgram) {
-    sdk::test::TempDir dir;
-    const std::string dump = dir.path() + "/flash.bin";
-    int pipe_fds[2];
-    ASSERT_EQ(pipe(pipe_fds), 0);
-    const pid_t sim = fork();
-    if (sim == 0) {
-        dup2(pipe_fds[1], STDOUT_FILENO);
-        execl(ISP_SIM_PTY_PATH, ISP_SIM_PTY_PATH, "--part", "gd32f303", "--flash-size", "65536",
-              "--exit-with-parent", "--dump", dump.c_str(), nullptr);
-        _exit(127);
-    }
-    close(pipe_fds[1]);
-    FILE *out = fdopen(pipe_fds[0], "r");
-    ASSERT_NE(out, nullptr);
-    char line[256] = "";
-    auto next_line = [&] { return fgets(line, sizeof line, out) ? std::string(line) : ""; };
-    const std::string slave = next_line();
-    ASSERT_EQ(slave.rfind("/dev/pts/", 0), 0u) << slave;
-    const Bytes image = make_image(600, 3);
-    EXPECT_EQ(program(slave.substr(0, slave.size() - 1), image), MCU_ISP_OK);
-    kill(sim, SIGUSR1);
-    EXPECT_EQ(next_line(), "dumped " + dump + "\n");
-    const std::string dumped = tools_test::slurp(dump);
-    ASSERT_EQ(dumped.size(), 65536u);
-    EXPECT_EQ(Bytes(dumped.begin(), dumped.begin() + 600), image);
-    EXPECT_EQ(static_cast<uint8_t>(dumped[600]), 0xFF);
-    kill(sim, SIGTERM);
-    EXPECT_EQ(next_line(), "dumped " + dump + "\n");  // the dump at exit
-    int status = -1;
-    EXPECT_EQ(waitpid(sim, &status, 0), sim);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    fclose(out);
 }

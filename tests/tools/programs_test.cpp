@@ -81,112 +81,63 @@ TEST_F(Programs, McuUpgradeReportsBootloaderFailures) {
 
 // Numbers are taken whole and in range, texts only when they fit their field (the
 // library's parser would store "abc" as 0, "4x" as 4, "-5" as 0xfffffffb and cut a long
-// slot or path), inputs only when they are regular files that fit.
+// slot or path), inputs only when they are regular files that fit. In the command lines,
+// D is the test's folder, F a 3000-byte image, T a missing device, O a 1-byte file, B a
+// file larger than the flash, L a path too long for its field.
 TEST_F(Programs, RefusedCommandLines) {
-    const std::string tty = dir_.path() + "/no-such-tty", one = dir_.write("one.bin", "\x01");
-    const std::string big = dir_.write("big.bin", std::string((3u << 20) + 1, '\0'));
+    const std::map<std::string, std::string> words = {
+        {"D", dir_.path()},
+        {"F", file_},
+        {"T", dir_.path() + "/no-such-tty"},
+        {"O", dir_.write("one.bin", "\x01")},
+        {"B", dir_.write("big.bin", std::string((3u << 20) + 1, '\0'))},
+        {"L", dir_.path() + "/" + std::string(250, 'p')},
+        {"S", std::string(512, '0') + "7"}};
     const struct {
-        const char *tool;
-        std::vector<std::string> args;
+        const char *tool, *args;
         int status;
-        std::string message;
+        const char *message;
     } cases[] = {
-        {"mcu_upgrade", {"-p", file_, tty}, 3, "cannot open"},
-        {"mcu_upgrade", {"-p", file_}, 2, "TRANSFER_CONFIG"},  // no device, no slot
-        {"mcu_upgrade", {"-p", dir_.path(), tty}, 3, " is not a regular file"},
-        {"mcu_upgrade", {"-p", "/dev/zero", tty}, 3, "/dev/zero is not a regular file"},
-        {"mcu_upgrade", {"-p", big, tty}, 3, "at most 3145728 fit the flash"},
-        {"mcu_upgrade",
-         {"-p", file_, "-l", "abc", tty},
-         2,
-         "-l 'abc': must be a number from 1 to 3145728"},
-        {"mcu_upgrade", {"-p", file_, "-l", "4x", tty}, 2, "-l '4x'"},
-        {"mcu_upgrade", {"-p", file_, "-t", "-5", tty}, 2, "-t '-5'"},
-        {"mcu_upgrade", {"-p", file_, "-s", "-1"}, 2, "-s '-1'"},
-        {"mcu_upgrade",
-         {"-p", dir_.path() + "/" + std::string(270, 'f'), tty},
-         2,
-         "at most 254 fit"},
-        {"transfer_tool", {"-R", "1"}, 2, "no slot: give -s"},
-        {"transfer_tool", {"-s", "x1"}, 2, "bad slot 'x1'"},
-        {"transfer_tool", {"-s"}, 2, "option -s needs a value"},
-        {"transfer_tool", {"-s", "1", "-x"}, 2, "unknown option -x"},
-        {"transfer_tool",
-         {"-s", "1", "extra"},
-         2,
-         "unexpected argument 'extra' (data values follow -d)"},
-        {"transfer_tool",
-         {"-s", "1", "-E", "1"},
-         2,
-         "nothing to write: give -d values, -P file or -L"},
-        {"transfer_tool",
-         {"-s", "1", "-E", "1", "-L", "1", "-d", "1", "2"},
-         2,
-         "2 data values but -L 1"},
-        {"transfer_tool",
-         {"-s", "1", "-E", "1", "-d", "1", "-P", one},
-         2,
-         "give the data with -d or -P, not both"},
-        {"transfer_tool",
-         {"-s", "1", "-E", "1", "-L", "4", "-P", one},
-         2,
-         "the file of -P has 1 bytes, fewer than -L 4"},
-        {"transfer_tool", {"-s", "1", "-E", "1", "-P", dir_.path()}, 1, " is not a regular file"},
-        {"transfer_tool",
-         {"-s", "1", "-E", "1", "-P", "/dev/zero"},
-         1,
-         "/dev/zero is not a regular file"},
-        {"transfer_tool", {"-s", "1", "-L", "8997"}, 2, "-L: at most 8996 bytes"},
-        {"transfer_tool",
-         {"-s", "1", "-E", "1", "-L", "8969", "-d", "1"},
-         2,
-         "-L: a write carries at most 8968 bytes"},
-        {"transfer_tool",
-         {"-s", "1", "-B", "2", "-E", "1", "-L", "8963"},
-         2,
-         "-L: a write carries at most 8962 bytes"},
-        {"transfer_tool",
-         {"-s", "1", "-d", "0x100"},
-         2,
-         "data value '0x100' is not a byte (0 to 0xff)"},
-        {"transfer_tool",
-         {"-s", "1", "-L", "abc"},
-         2,
-         "-L 'abc': must be a number from 0 to 0xffffffff"},
-        {"transfer_tool", {"-s", "1", "-L", "4x"}, 2, "-L '4x': must be"},
-        {"transfer_tool", {"-s", "1", "--length=4294967296"}, 2, "-L '4294967296': must be"},
-        {"transfer_tool", {"-s", "1", "-L", "08"}, 2, "-L '08': must be"},
-        {"transfer_tool", {"-s", "1", "-R", "-5"}, 2, "-R '-5': must be"},
-        {"transfer_tool", {"-s", "1", "-R", " 5"}, 2, "-R ' 5': must be"},
-        {"transfer_tool",
-         {"-s", "1", "-C", "0"},
-         2,
-         "-C '0': must be a number from 1 to 4294967295"},
-        {"transfer_tool", {"-s", "1", "-e", "256"}, 2, "-e '256': must be a number from 0 to 0xff"},
-        {"transfer_tool",
-         {"-s", "1", "-r", "0x10000"},
-         2,
-         "-r '0x10000': must be a number from 0 to 0xffff"},
-        {"transfer_tool", {"-s", "1", "-E", "2"}, 2, "-E '2': must be 0 (read) or 1 (write)"},
-        {"transfer_tool",
-         {"-s", "1", "-B", "3"},
-         2,
-         "-B '3': must be 0 (address), 1 (TLV) or 2 (receiving card)"},
-        {"transfer_tool", {"-s", "1", "-D", "2"}, 2, "-D '2': must be 0 (FPGA) or 1 (MCU)"},
-        {"transfer_tool", {"-s", "1", "-A", "2"}, 2, "-A '2': must be 0 (ack) or 1 (no ack)"},
-        {"transfer_tool",
-         {"-s", std::string(512, '0') + "7"},
-         2,
-         "-s: the slot identifier has 513 characters, at most 511 fit"},
-        {"transfer_tool",
-         {"-s", "1", "-P", "/tmp/" + std::string(250, 'p')},
-         2,
-         "-P: the path has 255 characters, at most 254 fit"},
+        {"mcu_upgrade", "-p F T", 3, "cannot open"},
+        {"mcu_upgrade", "-p F", 2, "TRANSFER_CONFIG"},  // no device, no slot
+        {"mcu_upgrade", "-p D T", 3, " is not a regular file"},
+        {"mcu_upgrade", "-p /dev/zero T", 3, "/dev/zero is not a regular file"},
+        {"mcu_upgrade", "-p B T", 3, "at most 3145728 fit the flash"},
+        {"mcu_upgrade", "-p F -l abc T", 2, "-l 'abc': must be a number from 1 to 3145728"},
+        {"mcu_upgrade", "-p F -t -5 T", 2, "-t '-5'"},
+        {"mcu_upgrade", "-p F -s -1", 2, "-s '-1'"},
+        {"mcu_upgrade", "-p L T", 2, "at most 254 fit"},
+        {"transfer_tool", "-R 1", 2, "no slot: give -s"},
+        {"transfer_tool", "-s x1", 2, "bad slot 'x1'"},
+        {"transfer_tool", "-s", 2, "option -s needs a value"},
+        {"transfer_tool", "-s 1 -x", 2, "unknown option -x"},
+        {"transfer_tool", "-s 1 extra", 2, "unexpected argument 'extra' (data values follow -d)"},
+        {"transfer_tool", "-s 1 -E 1", 2, "nothing to write: give -d values, -P file or -L"},
+        {"transfer_tool", "-s 1 -E 1 -L 1 -d 1 2", 2, "2 data values but -L 1"},
+        {"transfer_tool", "-s 1 -E 1 -d 1 -P O", 2, "give the data with -d or -P, not both"},
+        {"transfer_tool", "-s 1 -E 1 -L 4 -P O", 2, "the file of -P has 1 bytes, fewer than -L 4"},
+        {"transfer_tool", "-s 1 -E 1 -P D", 1, " is not a regular file"},
+        {"transfer_tool", "-s 1 -L 8997", 2, "-L: at most 8996 bytes"},
+        {"transfer_tool", "-s 1 -E 1 -L 8969 -d 1", 2, "-L: a write carries at most 8968 bytes"},
+        {"transfer_tool", "-s 1 -B 2 -E 1 -L 8963", 2, "-L: a write carries at most 8962 bytes"},
+        {"transfer_tool", "-s 1 -d 0x100", 2, "data value '0x100' is not a byte (0 to 0xff)"},
+        {"transfer_tool", "-s 1 -L abc", 2, "-L 'abc': must be a number from 0 to 0xffffffff"},
+        {"transfer_tool", "-s 1 -L 4x", 2, "-L '4x': must be"},
+        {"transfer_tool", "-s 1 --length=4294967296", 2, "-L '4294967296': must be"},
+        {"transfer_tool", "-s 1 -L 08", 2, "-L '08': must be"},
+        {"transfer_tool", "-s 1 -R -5", 2, "-R '-5': must be"},
+        {"transfer_tool", "-s 1 -C 0", 2, "-C '0': must be a number from 1 to 4294967295"},
+        {"transfer_tool", "-s 1 -e 256", 2, "-e '256': must be a number from 0 to 0xff"},
+        {"transfer_tool", "-s 1 -r 0x10000", 2, "-r '0x10000': must be a number from 0 to 0xffff"},
+        {"transfer_tool", "-s 1 -E 2", 2, "-E '2': must be 0 (read) or 1 (write)"},
+        {"transfer_tool", "-s 1 -B 3", 2, "-B '3': must be 0 (address), 1 (TLV) or 2 (receiving"},
+        {"transfer_tool", "-s S", 2, "-s: the slot identifier has 513 characters, at most 511"},
+        {"transfer_tool", "-s 1 -P L", 2, "-P: the path has 2"},
     };
     for (const auto &c : cases) {
-        const auto run =
-            run_tool(c.tool, c.args, {"TRANSFER_CONFIG=" + dir_.path() + "/none.json"});
-        EXPECT_EQ(run.status, c.status) << c.tool << " " << c.message << ": " << run.err;
+        const auto run = run_tool(c.tool, tools_test::split(c.args, words),
+                                  {"TRANSFER_CONFIG=" + dir_.path() + "/none.json"});
+        EXPECT_EQ(run.status, c.status) << c.tool << " " << c.args << ": " << run.err;
         EXPECT_NE(run.err.find(c.message), std::string::npos) << c.tool << ": " << run.err;
     }
 }

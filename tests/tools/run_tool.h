@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,16 @@ inline std::string tool_path(const std::string &name) {
     if (name[0] == '/' || dir == nullptr) return name[0] == '/' ? name : std::string();
     const std::string tools = std::string(dir) + "/tools/";
     return name.find('/') != std::string::npos ? tools + name : tools + name + "/" + name;
+}
+
+// The words of a command line, each that names an entry of `names` replaced by its value.
+inline std::vector<std::string> split(const std::string &line,
+                                      const std::map<std::string, std::string> &names) {
+    std::vector<std::string> args;
+    std::istringstream in(line);
+    for (std::string w; in >> w;)
+        args.push_back(names.count(w) != 0 ? names.at(w) : w);
+    return args;
 }
 
 struct Run {

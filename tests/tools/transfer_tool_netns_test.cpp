@@ -35,74 +35,56 @@ TEST(TransferTool, RunsAgainstTheSimulatedBoards) {
         GTEST_SKIP() << "TRANSFER_BINARY_DIR not set: run through ctest";
     sdk::test::TempDir dir;
     const std::string config = "TRANSFER_CONFIG=" + dir.write("chassis.json", kChassis);
-    const std::string in = dir.write("in.bin", std::string("\x01\x02\x03\xff", 4));
-    const std::string out = dir.path() + "/out.bin";
+    const std::map<std::string, std::string> words = {
+        {"I", dir.write("in.bin", std::string("\x01\x02\x03\xff", 4))},
+        {"O", dir.path() + "/out.bin"},
+        {"M", "TRANSFER_CONFIG=" + dir.path() + "/missing.json"}};
     sdk::test::SimProcess sim({"--udp", "127.0.0.2:6300", "--udp", "127.0.0.3:6300", "--trace"});
     ASSERT_TRUE(sim.wait_ready());
-    const std::string rv[] = {"-s", "100", "-B", "2", "-e", "1", "-r", "5", "-R", "0x40"};
-    auto card = [&](std::vector<std::string> more) {
-        more.insert(more.begin(), std::begin(rv), std::end(rv));
-        return more;
-    };
-    const std::string quick[] = {"TRANSFER_TIMEOUT_MS=100", "TRANSFER_RETRIES=1"};
     const struct {
-        std::vector<std::string> args;
+        const char *args;
         int status;
-        std::string text;
-        std::string absent = "\x01";
-        std::vector<std::string> env = {};
+        const char *text, *absent = "\x01", *env = "";
     } cases[] = {
-        {{"-s", "100", "-R", "0x1000", "-E", "1", "-L", "4", "-d", "0x12", "0x34", "0x56"},
-         0,
+        {"-s 100 -R 0x1000 -E 1 -L 4 -d 0x12 0x34 0x56", 0,
          "#1 write 4 bytes at 0x00001000 of slot 100 FPGA 0: 0 data bytes in"},
-        {{"-s", "100", "-R", "0x1000", "-L", "6", "-C", "2"},
-         0,
+        {"-s 100 -R 0x1000 -L 6 -C 2", 0,
          "#2 read 6 bytes at 0x00001000 of slot 100 FPGA 0: 6 data bytes"},
-        {{"-s", "100", "-R", "0x1000", "-L", "6"}, 0, "  0000  12 34 56 00 00 00 "},
-        {{"-s", "100", "-D", "1", "-R", "0x1000", "-L", "2"}, 0, "  0000  00 00 "},  // the MCU
-        {{"-s", "0x64", "-R", "010", "--length=0x10", "-e", "0"},
-         0,
+        {"-s 100 -R 0x1000 -L 6", 0, "  0000  12 34 56 00 00 00 "},
+        {"-s 100 -D 1 -R 0x1000 -L 2", 0, "  0000  00 00 "},  // the MCU
+        {"-s 0x64 -R 010 --length=0x10 -e 0", 0,
          "#1 read 16 bytes at 0x00000008 of slot 100 FPGA 0"},
         // A TLV write from a file cut to -L.
-        {{"-s", "100", "-B", "1", "-E", "1", "-R", "0x20", "-L", "2", "-P", in},
-         0,
-         "board error code 0"},
-        {card({"-E", "1", "-P", in}), 0, "write 4 bytes at 0x00000040 of receiving card 5"},
-        {card({"-L", "4", "-P", out}), 0, "written to", "board error code"},
+        {"-s 100 -B 1 -E 1 -R 0x20 -L 2 -P I", 0,
+         "#1 write 2 bytes at tag 0x00000020 of slot 100 FPGA 0: 0 data bytes in"},
+        {"-s 100 -B 2 -e 1 -r 5 -R 0x40 -E 1 -P I", 0,
+         "write 4 bytes at 0x00000040 of receiving card 5"},
+        {"-s 100 -B 2 -e 1 -r 5 -R 0x40 -L 4 -P O", 0, "written to", "board error code"},
         // A reply that cannot be saved is an error, not a success.
-        {{"-s", "100", "-R", "0x1000", "-L", "2", "-P", "/dev/full"},
-         1,
-         "cannot write /dev/full: No space left on device"},
+        {"-s 100 -R 0x1000 -L 2 -P /dev/full", 1, "cannot write /dev/full: No space left on device",
+         "written to"},
         // A write without acknowledgement is confirmed by polling the card.
-        {card({"-E", "1", "-A", "1", "-d", "7"}), 0, "no acknowledgement"},
-        {{"-s", "1", "-D", "1", "-R", "0x10"},
-         4,
-         "#1 read 4 bytes at 0x00000010 of slot 1 MCU 0: timed out after",
-         "\x01",
-         {quick[0], quick[1]}},
-        {{"-s", "7", "-R", "0x10"}, 3, "slot 7 FPGA 0 is not in the configuration"},
-        {{"-s", "100", "-e", "5"}, 3, "slot 100 has 1 FPGA in the configuration"},
-        {{"-s", "1", "-D", "0"}, 3, "slot 1 has no FPGA in the configuration"},
-        {{"-s", "100", "-R"}, 2, "TRANSFER_CONFIG"},
-        {{"-s", "100", "-R", "0x10"},
-         1,
-         "cannot start the transfer engine with",
-         "\x01",
-         {"TRANSFER_CONFIG=" + dir.path() + "/missing.json"}},
+        {"-s 100 -B 2 -e 1 -r 5 -R 0x40 -E 1 -A 1 -d 7", 0, "no acknowledgement"},
+        {"-s 1 -D 1 -R 0x10", 4, "#1 read 4 bytes at 0x00000010 of slot 1 MCU 0: timed out after",
+         "\x01", "TRANSFER_TIMEOUT_MS=100 TRANSFER_RETRIES=1"},
+        {"-s 7 -R 0x10", 3, "slot 7 FPGA 0 is not in the configuration"},
+        {"-s 100 -e 5", 3, "slot 100 has 1 FPGA in the configuration"},
+        {"-s 1 -D 0", 3, "slot 1 has no FPGA in the configuration"},
+        {"-s 100 -R", 2, "TRANSFER_CONFIG"},
+        {"-s 100 -R 0x10", 1, "cannot start the transfer engine with", "\x01", "M"},
     };
     for (const auto &c : cases) {
-        std::vector<std::string> env = c.env;
+        std::vector<std::string> env = tools_test::split(c.env, words);
         env.push_back(config);
         env.push_back("TRANSFER_ZLOG_CONFIG=" + dir.path() + "/none.conf");
-        const auto run = run_tool("transfer_tool", c.args, env);
-        const std::string &shown = c.status == 0 ? run.out : run.err;
-        EXPECT_EQ(run.status, c.status) << c.text << ": " << run.out << run.err;
-        EXPECT_NE(shown.find(c.text), std::string::npos) << shown;
-        EXPECT_EQ(shown.find(c.absent), std::string::npos) << shown;
+        const auto run = run_tool("transfer_tool", tools_test::split(c.args, words), env);
+        EXPECT_EQ(run.status, c.status) << c.args << ": " << run.out << run.err;
+        EXPECT_NE((c.status == 0 ? run.out : run.err).find(c.text), std::string::npos)
+            << run.out << run.err;
+        EXPECT_EQ((run.out + run.err).find(c.absent), std::string::npos) << run.out << run.err;
         EXPECT_TRUE(c.status != 4 || run.out.empty()) << run.out;
-        EXPECT_TRUE(c.status != 1 || run.out.find("written to") == std::string::npos) << run.out;
     }
-    EXPECT_EQ(tools_test::slurp(out), std::string("\x01\x02\x03\xff", 4));
+    EXPECT_EQ(tools_test::slurp(words.at("O")), std::string("\x01\x02\x03\xff", 4));
     std::string line;
     do
         line = sim.line();

@@ -27,9 +27,10 @@ class Uart : public ::testing::Test {
     int32_t fd_ = -1;
 };
 
-// Applied in order on one line, each twice (the same request gets the same answer, as
+// Applied in order on one line, each twice: the same request gets the same answer (as
 // the bootloader's 8E1 on every run of the upgrade tool). A rate outside the table keeps
-// the speed, a flow control other than 0, 1 or 2 keeps the flow control.
+// the speed, a flow control other than 0, 1 or 2 keeps the flow control, and a refused
+// argument keeps everything, pending input included.
 TEST(UartSettings, SameRequestSameAnswerOnAPseudoTerminal) {
     PtyPair pty;
     ASSERT_NE(pty.slave_attrs().c_lflag & ICANON, 0u);  // openpty gives a cooked line
@@ -41,32 +42,51 @@ TEST(UartSettings, SameRequestSameAnswerOnAPseudoTerminal) {
     const struct {
         int32_t speed, flow, bits, stop, parity;
         speed_t code;
-        bool hardware_flow, software_flow;
+        bool two_stop, hardware_flow, software_flow;
+        const char *refused = nullptr;
     } cases[] = {
-        {4000000, 0, 8, 1, 'N', B4000000, false, false},
-        {115200, 1, 7, 1, 'e', B115200, true, false},
-        {57600, 7, 8, 1, 'E', B57600, true, false},
-        {19200, 2, 8, 2, 'N', B19200, false, true},
-        {4800, 0, 8, 1, 'n', B4800, false, false},
-        {9600, -3, 5, 2, 'O', B9600, false, false},
-        {38400, 0, 8, 2, 'N', B9600, false, false},
-        {2400, 0, 8, 1, 'N', B2400, false, false},
-        {0, 0, 8, 1, 'N', B2400, false, false},
-        {1200, 0, 8, 1, 'N', B1200, false, false},
-        {-1, 0, 8, 1, 'N', B1200, false, false},
-        {300, 0, 8, 1, 'N', B300, false, false},
-        {115201, 0, 8, 1, 'N', B300, false, false},
+        {4000000, 0, 8, 1, 'N', B4000000, false, false, false},
+        {115200, 1, 7, 1, 'e', B115200, false, true, false},
+        {57600, 7, 8, 1, 'E', B57600, false, true, false},
+        {19200, 2, 8, 2, 'N', B19200, true, false, true},
+        {4800, 0, 8, 1, 'n', B4800, false, false, false},
+        {9600, -3, 5, 2, 'O', B9600, true, false, false},
+        {38400, 1, 8, 2, 'N', B9600, true, true, false},
+        {4800, 0, 9, 1, 'N', B9600, true, true, false, "Unsupported data size"},
+        {4800, 0, 4, 1, 'N', B9600, true, true, false, "Unsupported data size"},
+        {4800, 0, 8, 1, 'x', B9600, true, true, false, "Unsupported parity"},
+        {4800, 0, 8, 1, 'M', B9600, true, true, false, "Unsupported parity"},
+        {4800, 0, 8, 3, 'N', B9600, true, true, false, "Unsupported stop bits"},
+        {4800, 0, 8, 0, 'o', B9600, true, true, false, "Unsupported stop bits"},
+        {2400, 0, 8, 1, 'N', B2400, false, false, false},
+        {0, 0, 8, 1, 'N', B2400, false, false, false},
+        {1200, 0, 8, 1, 'N', B1200, false, false, false},
+        {-1, 0, 8, 1, 'N', B1200, false, false, false},
+        {300, 0, 8, 1, 'N', B300, false, false, false},
+        {115201, 0, 8, 1, 'N', B300, false, false, false},
     };
+    bool after_refusal = false;
     for (const auto &c : cases) {
+        if (c.refused && !after_refusal) pty.send({0x01, 0x02, 0x03});
+        if (!c.refused && after_refusal) {  // the input is still there, not flushed
+            ASSERT_TRUE(sdk::test::wait_readable(fd, 1000));
+            uint8_t buf[8];
+            EXPECT_EQ(sdk_uart_read(static_cast<uint32_t>(fd), buf, sizeof(buf), 0), 3);
+        }
+        after_refusal = c.refused != nullptr;
         for (int round = 0; round < 2; ++round) {
             SCOPED_TRACE(testing::Message()
                          << c.speed << " " << c.bits << static_cast<char>(c.parity) << c.stop
                          << " flow " << c.flow << " round " << round);
-            EXPECT_EQ(sdk_uart_cfg(fd, c.speed, c.flow, c.bits, c.stop, c.parity), 0);
+            log.clear();
+            EXPECT_EQ(sdk_uart_cfg(fd, c.speed, c.flow, c.bits, c.stop, c.parity),
+                      c.refused ? -4000 : 0);
+            EXPECT_TRUE(c.refused ? log.contains(std::string("ERROR [HAL] ") + c.refused)
+                                  : !log.contains("com set error!"));
             const termios t = pty.slave_attrs();
             EXPECT_EQ(cfgetispeed(&t), c.code);
             EXPECT_EQ(cfgetospeed(&t), c.code);
-            EXPECT_EQ((t.c_cflag & CSTOPB) != 0, c.stop == 2);
+            EXPECT_EQ((t.c_cflag & CSTOPB) != 0, c.two_stop);
             EXPECT_EQ((t.c_cflag & CRTSCTS) != 0, c.hardware_flow);
             EXPECT_EQ(t.c_iflag & kSoft, c.software_flow ? kSoft : 0u);
             EXPECT_EQ(t.c_cflag & (CLOCAL | CREAD), static_cast<tcflag_t>(CLOCAL | CREAD));
@@ -77,44 +97,16 @@ TEST(UartSettings, SameRequestSameAnswerOnAPseudoTerminal) {
             EXPECT_EQ(t.c_cc[VTIME], 0);
         }
     }
-    EXPECT_FALSE(log.contains("com set error!"));
+    // The open-and-configure of channels: 8N1, and 38400 keeps the speed too.
+    const int32_t other = sdk_uart_init(pty.dev_name(), 38400);
+    ASSERT_GE(other, 0);
+    const termios t = pty.slave_attrs();
+    EXPECT_EQ(t.c_cflag & (CSTOPB | CRTSCTS), 0u);
+    EXPECT_EQ(cfgetospeed(&t), static_cast<speed_t>(B300));
+    sdk_uart_close(static_cast<uint32_t>(other));
     EXPECT_EQ(sdk_uart_close(static_cast<uint32_t>(fd)), 0);
     EXPECT_EQ(fcntl(fd, F_GETFD), -1);
     EXPECT_EQ(sdk_uart_close(static_cast<uint32_t>(fd)), 0);  // 0 even when nothing to close
-}
-
-TEST_F(Uart, RefusedArgumentLeavesThePortAsItWas) {
-    auto &log = sdk::test::log_capture();
-    const int32_t other = sdk_uart_init(pty_.dev_name(), 38400);  // keeps 115200
-    ASSERT_GE(other, 0);
-    EXPECT_EQ(pty_.slave_attrs().c_cflag & CSTOPB, 0u);
-    sdk_uart_close(static_cast<uint32_t>(other));
-    ASSERT_EQ(sdk_uart_cfg(fd_, 38400, 1, 8, 2, 'N'), 0);
-    const termios before = pty_.slave_attrs();
-    EXPECT_EQ(cfgetospeed(&before), static_cast<speed_t>(B115200));
-    pty_.send({0x01, 0x02, 0x03});  // pending input survives a refusal (no flush)
-    const struct {
-        int32_t bits, stop, parity;
-        const char *msg;
-    } cases[] = {{9, 1, 'N', "ERROR [HAL] Unsupported data size"},
-                 {4, 1, 'N', "ERROR [HAL] Unsupported data size"},
-                 {8, 1, 'x', "ERROR [HAL] Unsupported parity"},
-                 {8, 1, 'M', "ERROR [HAL] Unsupported parity"},
-                 {8, 3, 'N', "ERROR [HAL] Unsupported stop bits"},
-                 {8, 0, 'o', "ERROR [HAL] Unsupported stop bits"}};
-    for (const auto &c : cases) {
-        log.clear();
-        EXPECT_EQ(sdk_uart_cfg(fd_, 4800, 0, c.bits, c.stop, c.parity), -4000) << c.msg;
-        EXPECT_TRUE(log.contains(c.msg)) << c.msg;
-        const termios after = pty_.slave_attrs();
-        EXPECT_EQ(cfgetospeed(&after), cfgetospeed(&before));
-        EXPECT_EQ(after.c_cflag, before.c_cflag);
-        EXPECT_EQ(after.c_iflag, before.c_iflag);
-        EXPECT_EQ(after.c_lflag, before.c_lflag);
-    }
-    ASSERT_TRUE(sdk::test::wait_readable(fd_, 1000));
-    uint8_t buf[8];
-    EXPECT_EQ(sdk_uart_read(ufd(), buf, sizeof(buf), 0), 3);
 }
 
 // A pseudo-terminal carries every character 8 bits wide without parity, so data bits and
