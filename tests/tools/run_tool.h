@@ -59,7 +59,6 @@ inline Run run_tool(const std::string &name, std::vector<std::string> args,
                     std::vector<std::string> env = {}, int timeout_s = 30) {
     Run run;
     std::string path = tool_path(name);
-    if (path.empty()) return run;
     sdk::test::TempDir dir;
     const std::string out = dir.path() + "/out", err = dir.path() + "/err";
     for (char **e = environ; *e != nullptr; ++e)
@@ -77,16 +76,16 @@ inline Run run_tool(const std::string &name, std::vector<std::string> args,
     posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     pid_t pid = -1;
-    const int rc = posix_spawn(&pid, path.c_str(), &actions, nullptr, argv.data(), envp.data());
+    const bool started = !path.empty() && posix_spawn(&pid, path.c_str(), &actions, nullptr,
+                                                      argv.data(), envp.data()) == 0;
     posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) return run;
-    int status = 0;
-    if (!sdk::test::wait_until([&] { return waitpid(pid, &status, WNOHANG) == pid; },
-                               std::chrono::seconds(timeout_s))) {
+    int status = -1;
+    if (started && !sdk::test::wait_until([&] { return waitpid(pid, &status, WNOHANG) == pid; },
+                                          std::chrono::seconds(timeout_s))) {
         kill(pid, SIGKILL);
         waitpid(pid, &status, 0);
     }
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.status = started && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     run.out = slurp(out);
     run.err = slurp(err);
     return run;
