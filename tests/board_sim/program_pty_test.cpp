@@ -51,7 +51,7 @@ TEST(BoardSimPty, AnswersRequestsCutFromTheStream) {
     const int fd = open(link.c_str(), O_RDWR | O_NOCTTY);
     ASSERT_GE(fd, 0);
     Bytes buf;
-    size_t skipped = 0, noise = 0;
+    size_t skipped = 0;
     const Bytes &req = board_sim_test::kAddrRead;
     for (int i = 0; i < 10; ++i) {
         const uint8_t junk[] = {0x00, 0xBB, 0x13};
@@ -67,11 +67,9 @@ TEST(BoardSimPty, AnswersRequestsCutFromTheStream) {
         EXPECT_EQ(reply[6], 1);
         EXPECT_GE(skipped, 1u);
         EXPECT_LE(skipped, 8u);
-        noise += skipped;
         // The delimiter bytes are swapped, the byte sum (and so the checksum) stays right.
         EXPECT_EQ(sdk::get_le16(&reply[34]), sdk::byte_sum16(reply.data(), 34));
     }
-    EXPECT_GE(noise, 10u);
     uint32_t seq = 0;
     for (int i = 0; i < 2; ++i) {
         kill(sim.pid(), SIGUSR1);
@@ -85,8 +83,4 @@ TEST(BoardSimPty, AnswersRequestsCutFromTheStream) {
     EXPECT_EQ(sim.wait_exit(true), 0);
     EXPECT_NE(sim.line().find("requests=10 replies=10 bad=0"), std::string::npos);
     EXPECT_NE(access(link.c_str(), F_OK), 0) << "the link is removed at exit";
-
-    // A serial report source needs its board.
-    sdk::test::SimProcess orphan({"--serial-report", dir.path() + "/none:10"});
-    EXPECT_EQ(orphan.wait_exit(false), 2);
 }
