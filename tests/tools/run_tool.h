@@ -2,11 +2,7 @@
 // collects its exit status and both output streams.
 #pragma once
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -17,9 +13,6 @@
 #include <vector>
 
 #include "support/log_capture.h"
-#include "support/wait.h"
-
-extern char **environ;
 
 namespace tools_test {
 
@@ -42,52 +35,42 @@ inline std::vector<std::string> split(const std::string &line,
     return args;
 }
 
-struct Run {
-    int status = -1;  // exit status; -1 when killed or not started
-    std::string out;
-    std::string err;
-};
-
 inline std::string slurp(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// Runs tool `name` with `args`; `env` entries ("NAME=value") come before the inherited
-// environment, so they win. Killed after timeout_s seconds.
-inline Run run_tool(const std::string &name, std::vector<std::string> args,
-                    std::vector<std::string> env = {}, int timeout_s = 30) {
+inline std::string quoted(const std::string &word) {
+    std::string q = "'";
+    for (char c : word)
+        q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q + "'";
+}
+
+struct Run {
+    int status = -1;  // exit status; -1 when not started, 137 when killed
+    std::string out;
+    std::string err;
+};
+
+// Runs tool `name` with `args`, no input, and `env` entries ("NAME=value") added to the
+// environment (a later entry wins). Killed after timeout_s seconds.
+inline Run run_tool(const std::string &name, const std::vector<std::string> &args,
+                    const std::vector<std::string> &env = {}, int timeout_s = 30) {
     Run run;
-    std::string path = tool_path(name);
+    if (tool_path(name).empty()) return run;
     sdk::test::TempDir dir;
-    const std::string out = dir.path() + "/out", err = dir.path() + "/err";
-    for (char **e = environ; *e != nullptr; ++e)
-        env.emplace_back(*e);
-    std::vector<char *> argv{path.data()}, envp;
-    for (auto &a : args)
-        argv.push_back(a.data());
-    for (auto &e : env)
-        envp.push_back(e.data());
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    pid_t pid = -1;
-    const bool started = !path.empty() && posix_spawn(&pid, path.c_str(), &actions, nullptr,
-                                                      argv.data(), envp.data()) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    int status = -1;
-    if (started && !sdk::test::wait_until([&] { return waitpid(pid, &status, WNOHANG) == pid; },
-                                          std::chrono::seconds(timeout_s))) {
-        kill(pid, SIGKILL);
-        waitpid(pid, &status, 0);
-    }
-    run.status = started && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    run.out = slurp(out);
-    run.err = slurp(err);
+    std::string cmd = "exec env";
+    for (const auto &e : env)
+        cmd += " " + quoted(e);
+    cmd += " timeout -s KILL " + std::to_string(timeout_s) + " " + quoted(tool_path(name));
+    for (const auto &a : args)
+        cmd += " " + quoted(a);
+    const int status =
+        std::system((cmd + " </dev/null >" + dir.path() + "/out 2>" + dir.path() + "/err").c_str());
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.out = slurp(dir.path() + "/out");
+    run.err = slurp(dir.path() + "/err");
     return run;
 }
 

@@ -81,9 +81,9 @@ TEST(TransferTool, RunsAgainstTheSimulatedBoards) {
         {"-s 101 -D 1 -R 0x10", 3, "/nonexistent/ttyTOOL", "\x01", "S"},  // named once
     };
     for (const auto &c : cases) {
-        std::vector<std::string> env = tools_test::split(c.env, words);
-        env.push_back(config);
-        env.push_back("TRANSFER_ZLOG_CONFIG=" + dir.path() + "/none.conf");
+        std::vector<std::string> env = {config, "TRANSFER_ZLOG_CONFIG=" + dir.path() + "/none"};
+        for (const std::string &e : tools_test::split(c.env, words))
+            env.push_back(e);  // the later entry wins
         const auto run = run_tool("transfer_tool", tools_test::split(c.args, words), env);
         EXPECT_EQ(run.status, c.status) << c.args << ": " << run.out << run.err;
         const std::string &shown = c.status == 0 ? run.out : run.err;

@@ -18,15 +18,6 @@ namespace {
 using sdk::test::PtyPair;
 constexpr tcflag_t kSoft = IXON | IXOFF | IXANY;
 
-class Uart : public ::testing::Test {
-  protected:
-    void SetUp() override { ASSERT_GE(fd_ = sdk_uart_init(pty_.dev_name(), 115200), 0); }
-    void TearDown() override { sdk_uart_close(ufd()); }
-    uint32_t ufd() const { return static_cast<uint32_t>(fd_); }
-    PtyPair pty_;
-    int32_t fd_ = -1;
-};
-
 // Applied in order on one line, each twice: the same request gets the same answer (as
 // the bootloader's 8E1 on every run of the upgrade tool). A rate outside the table keeps
 // the speed, a flow control other than 0, 1 or 2 keeps the flow control, and a refused
@@ -132,51 +123,42 @@ TEST(UartSettings, CharacterFormat) {
     }
 }
 
-TEST_F(Uart, BinaryBytesPassUnchangedBothWays) {
+TEST(UartIo, BinaryBytesPassUnchangedBothWays) {
+    PtyPair pty;
+    const int32_t fd = sdk_uart_init(pty.dev_name(), 115200);
+    ASSERT_GE(fd, 0);
+    const uint32_t ufd = static_cast<uint32_t>(fd);
     // CR, NL, XON/XOFF, the interrupt character, 0xFF: a raw line must not touch any.
     std::vector<uint8_t> out(256);
     std::iota(out.begin(), out.end(), 0);
-    EXPECT_EQ(sdk_uart_write(ufd(), out.data(), 256), 256);
-    EXPECT_EQ(pty_.receive(out.size() + 1, 300), out);
-    pty_.send(out);
+    EXPECT_EQ(sdk_uart_write(ufd, out.data(), 256), 256);
+    EXPECT_EQ(pty.receive(out.size() + 1, 300), out);
+    pty.send(out);
     std::vector<uint8_t> in;
     uint8_t buf[512];
-    while (in.size() < out.size() && sdk::test::wait_readable(fd_, 1000)) {
-        const int32_t n = sdk_uart_read(ufd(), buf, sizeof(buf), 1000);
+    while (in.size() < out.size() && sdk::test::wait_readable(fd, 1000)) {
+        const int32_t n = sdk_uart_read(ufd, buf, sizeof(buf), 1000);
         ASSERT_GE(n, 0);
         in.insert(in.end(), buf, buf + n);
     }
     EXPECT_EQ(in, out);
-    EXPECT_FALSE(sdk::test::wait_readable(pty_.master(), 50));  // no echo
+    EXPECT_FALSE(sdk::test::wait_readable(pty.master(), 50));  // no echo
 
     // A read returns at once with what is waiting, never more than the room given.
     const auto t0 = std::chrono::steady_clock::now();
-    EXPECT_EQ(sdk_uart_read(ufd(), buf, sizeof(buf), 5000), 0);
+    EXPECT_EQ(sdk_uart_read(ufd, buf, sizeof(buf), 5000), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(500));
-    pty_.send({0xBB, 0x55, 0x01, 0x02, 0x03});
-    ASSERT_TRUE(sdk::test::wait_readable(fd_, 1000));
-    EXPECT_EQ(sdk_uart_read(ufd(), buf, 2, 0), 2);
-    EXPECT_EQ(sdk_uart_read(ufd(), buf, sizeof(buf), 0), 3);
+    pty.send({0xBB, 0x55, 0x01, 0x02, 0x03});
+    ASSERT_TRUE(sdk::test::wait_readable(fd, 1000));
+    EXPECT_EQ(sdk_uart_read(ufd, buf, 2, 0), 2);
+    EXPECT_EQ(sdk_uart_read(ufd, buf, sizeof(buf), 0), 3);
     EXPECT_EQ(buf[2], 0x03);
-}
-
-TEST_F(Uart, RefusedBuffersAndDescriptors) {
-    auto &log = sdk::test::log_capture();
-    log.clear();
-    EXPECT_EQ(sdk_uart_write(ufd(), nullptr, 4), -5);
-    EXPECT_EQ(sdk_uart_read(ufd(), nullptr, 4, 0), -5);
-    EXPECT_EQ(log.count("ERROR [TRANSFER] error code -5"), 2);
-
-    // The descriptor of a channel that never opened.
-    uint8_t buf[4] = {};
-    EXPECT_LT(sdk_uart_read(static_cast<uint32_t>(-1), buf, sizeof(buf), 0), 0);
-    EXPECT_EQ(sdk_uart_write(static_cast<uint32_t>(-1), buf, sizeof(buf)), -4000);
-    EXPECT_TRUE(log.contains("ERROR [TRANSFER] uart write error(-1) err(Bad file descriptor)"));
+    sdk_uart_close(ufd);
 }
 
 // Failures are logged, standard output is the host's and stays untouched, and nothing is
 // left open.
-TEST(UartDevice, OpenFailures) {
+TEST(UartDevice, Failures) {
     auto &log = sdk::test::log_capture();
     log.clear();
     sdk::test::TempDir dir;
@@ -194,6 +176,16 @@ TEST(UartDevice, OpenFailures) {
     EXPECT_TRUE(log.contains("ERROR [HAL] uart open failed /dev/no-such-serial-port "));
     EXPECT_TRUE(log.contains("ERROR [HAL] uart set fail " + file + " "));
     EXPECT_TRUE(log.contains("ERROR [HAL] SetupSerial 1"));
+
+    // Null buffers, and the descriptor of a channel that never opened.
+    log.clear();
+    uint8_t buf[4] = {};
+    EXPECT_EQ(sdk_uart_write(static_cast<uint32_t>(-1), nullptr, 4), -5);
+    EXPECT_EQ(sdk_uart_read(static_cast<uint32_t>(-1), nullptr, 4, 0), -5);
+    EXPECT_EQ(log.count("ERROR [TRANSFER] error code -5"), 2);
+    EXPECT_LT(sdk_uart_read(static_cast<uint32_t>(-1), buf, sizeof(buf), 0), 0);
+    EXPECT_EQ(sdk_uart_write(static_cast<uint32_t>(-1), buf, sizeof(buf)), -4000);
+    EXPECT_TRUE(log.contains("ERROR [TRANSFER] uart write error(-1) err(Bad file descriptor)"));
 }
 
 }  // namespace
