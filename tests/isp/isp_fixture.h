@@ -35,12 +35,6 @@ struct SimulatedMcu {
         mcu_isp_write_func_reg(nullptr);
         mcu_isp_read_func_reg(nullptr);
     }
-    // The first len bytes of the flash.
-    std::vector<uint8_t> flash(size_t len) const {
-        return std::vector<uint8_t>(boot.flash().begin(),
-                                    boot.flash().begin() + static_cast<std::ptrdiff_t>(len));
-    }
-
     isp_sim::Bootloader boot;
     isp_sim::InProcessPort port;
 };
