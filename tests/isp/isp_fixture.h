@@ -35,33 +35,8 @@ struct SimulatedMcu {
         mcu_isp_write_func_reg(nullptr);
         mcu_isp_read_func_reg(nullptr);
     }
-    // The first len bytes of the flash.
-    std::vector<uint8_t> flash(size_t len) const {
-        return std::vector<uint8_t>(boot.flash().begin(),
-                                    boot.flash().begin() + static_cast<std::ptrdiff_t>(len));
-    }
-    // True when the host's bytes end with tail.
-    bool sent_last(const std::vector<uint8_t> &tail) const {
-        const auto &rx = boot.received();
-        return rx.size() >= tail.size() &&
-               std::equal(tail.begin(), tail.end(), rx.end() - static_cast<long>(tail.size()));
-    }
-
     isp_sim::Bootloader boot;
     isp_sim::InProcessPort port;
 };
-
-inline isp_sim::Config synced(isp_sim::Config cfg = isp_sim::Config()) {
-    cfg.start_synced = true;
-    return cfg;
-}
-
-inline int count_of(const std::string &text, const std::string &what) {
-    int n = 0;
-    for (size_t pos = text.find(what); pos != std::string::npos; pos = text.find(what, pos + 1)) {
-        ++n;
-    }
-    return n;
-}
 
 }  // namespace isp_test

@@ -2,11 +2,8 @@
 // private network namespace that ctest runs this program in.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
-#include "support/netns_helpers.h"
 #include "run_tool.h"
+#include "support/netns_helpers.h"
 #include "support/sim_process.h"
 
 using tools_test::run_tool;
@@ -28,132 +25,79 @@ constexpr const char *kChassis = R"({
      "mcu":  [{"id_offset": 1, "type": 1, "ip": "127.0.0.12", "port": 6302}]}]
 })";
 
-class TransferTool : public testing::Test {
-  protected:
-    void SetUp() override {
-        SKIP_OUTSIDE_PRIVATE_NETNS();
-        if (tools_test::tool_path("transfer_tool").empty())
-            GTEST_SKIP() << "TRANSFER_BINARY_DIR not set: run through ctest";
-        env_ = {"TRANSFER_CONFIG=" + dir_.write("chassis.json", kChassis),
-                "TRANSFER_ZLOG_CONFIG=" + dir_.path() + "/none.conf"};
-    }
-    tools_test::Run tool(const std::vector<std::string> &args,
-                         const std::vector<std::string> &more_env = {}) {
-        std::vector<std::string> env = more_env;
-        env.insert(env.end(), env_.begin(), env_.end());
-        return run_tool("transfer_tool", args, env);
-    }
-
-    sdk::test::TempDir dir_;
-    std::vector<std::string> env_;
-};
-
 }  // namespace
 
-TEST_F(TransferTool, WritesAndReadsBackRegisters) {
+// Runs in order, each with its exit status and a text its standard output (or, for
+// failures, its standard error) must hold once; later rows read what earlier ones wrote.
+TEST(TransferTool, RunsAgainstTheSimulatedBoards) {
+    SKIP_OUTSIDE_PRIVATE_NETNS();
+    if (tools_test::tool_path("transfer_tool").empty())
+        GTEST_SKIP() << "TRANSFER_BINARY_DIR not set: run through ctest";
+    sdk::test::TempDir dir;
+    const std::string config = "TRANSFER_CONFIG=" + dir.write("chassis.json", kChassis);
+    const std::map<std::string, std::string> words = {
+        {"I", dir.write("in.bin", std::string("\x01\x02\x03\xff", 4))},
+        {"O", dir.path() + "/out.bin"},
+        {"M", "TRANSFER_CONFIG=" + dir.path() + "/missing.json"},
+        // A backplane MCU on a serial device that is missing.
+        {"S", "TRANSFER_CONFIG=" + dir.write("serial.json", R"({
+      "device": {"backplane": {"slot_num": 1, "type_num": 1, "min_slot": 101, "max_slot": 101,
+                               "id_offset": 0}},
+      "backplane": [{"slot": 101, "mcu": [{"id_offset": 0, "type": 10,
+                                           "ip": "/nonexistent/ttyTOOL", "port": 115200}]}]})")}};
     sdk::test::SimProcess sim({"--udp", "127.0.0.2:6300", "--udp", "127.0.0.3:6300", "--trace"});
     ASSERT_TRUE(sim.wait_ready());
-
-    auto run =
-        tool({"-s", "100", "-R", "0x1000", "-E", "1", "-L", "4", "-d", "0x12", "0x34", "0x56"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("#1 write 4 bytes at 0x00001000 of slot 100 FPGA 0: 0 data bytes in"),
-              std::string::npos)
-        << run.out;
-    EXPECT_NE(run.out.find("board error code 0"), std::string::npos) << run.out;
-
-    run = tool({"-s", "100", "-R", "0x1000", "-L", "6", "-C", "2"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("#2 read 6 bytes at 0x00001000 of slot 100 FPGA 0: 6 data bytes"),
-              std::string::npos)
-        << run.out;
-    EXPECT_NE(run.out.find("  0000  12 34 56 00 00 00 "), std::string::npos) << run.out;
-
-    // The MCU is another device with registers of its own.
-    run = tool({"-s", "100", "-D", "1", "-R", "0x1000", "-L", "2"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("  0000  00 00 "), std::string::npos) << run.out;
-
-    // A receiving card written from a file and read back into one.
-    const std::string in = dir_.write("in.bin", std::string("\x01\x02\x03\xff", 4));
-    const std::string out = dir_.path() + "/out.bin";
-    run = tool({"-s", "100", "-B", "2", "-e", "1", "-r", "5", "-R", "0x40", "-E", "1", "-P", in});
-    EXPECT_EQ(run.status, 0) << run.err;
-    run = tool({"-s", "100", "-B", "2", "-e", "1", "-r", "5", "-R", "0x40", "-L", "4", "-P", out});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out.find("board error code"), std::string::npos) << run.out;
-    EXPECT_EQ(tools_test::slurp(out), std::string("\x01\x02\x03\xff", 4));
-
-    // A reply that cannot be saved is an error, not a success.
-    run = tool({"-s", "100", "-R", "0x1000", "-L", "2", "-P", "/dev/full"});
-    EXPECT_EQ(run.status, 1) << run.out << run.err;
-    EXPECT_NE(run.err.find("cannot write /dev/full: No space left on device"), std::string::npos)
-        << run.err;
-    EXPECT_EQ(run.out.find("written to"), std::string::npos) << run.out;
-
-    // A write without acknowledgement is confirmed by polling the card, which the simulator
-    // traces.
-    run = tool({"-s", "100", "-B", "2", "-e", "1", "-r", "5", "-R", "0x40", "-E", "1", "-A", "1",
-                "-d", "7"});
-    EXPECT_EQ(run.status, 0) << run.err;
+    const struct {
+        const char *args;
+        int status;
+        const char *text, *absent = "\x01", *env = "";
+    } cases[] = {
+        {"-s 100 -R 0x1000 -E 1 -L 4 -d 0x12 0x34 0x56", 0,
+         "#1 write 4 bytes at 0x00001000 of slot 100 FPGA 0: 0 data bytes in"},
+        {"-s 100 -R 0x1000 -L 6 -C 2", 0,
+         "#2 read 6 bytes at 0x00001000 of slot 100 FPGA 0: 6 data bytes"},
+        {"-s 100 -R 0x1000 -L 6", 0, "  0000  12 34 56 00 00 00 "},
+        {"-s 100 -D 1 -R 0x1000 -L 2", 0, "  0000  00 00 "},  // the MCU
+        {"-s 0x64 -R 010 --length=0x10 -e 0", 0,
+         "#1 read 16 bytes at 0x00000008 of slot 100 FPGA 0"},
+        // A TLV write from a file cut to -L.
+        {"-s 100 -B 1 -E 1 -R 0x20 -L 2 -P I", 0,
+         "#1 write 2 bytes at tag 0x00000020 of slot 100 FPGA 0: 0 data bytes in"},
+        {"-s 100 -B 2 -e 1 -r 5 -R 0x40 -E 1 -P I", 0,
+         "write 4 bytes at 0x00000040 of receiving card 5"},
+        {"-s 100 -B 2 -e 1 -r 5 -R 0x40 -L 4 -P O", 0, "written to", "board error code"},
+        // A reply that cannot be saved is an error, not a success.
+        {"-s 100 -R 0x1000 -L 2 -P /dev/full", 1, "cannot write /dev/full: No space left on device",
+         "written to"},
+        // A write without acknowledgement is confirmed by polling the card.
+        {"-s 100 -B 2 -e 1 -r 5 -R 0x40 -E 1 -A 1 -d 7", 0, "no acknowledgement"},
+        {"-s 1 -D 1 -R 0x10", 4, "#1 read 4 bytes at 0x00000010 of slot 1 MCU 0: timed out after",
+         "\x01", "TRANSFER_TIMEOUT_MS=100 TRANSFER_RETRIES=1"},
+        {"-s 7 -R 0x10", 3, "slot 7 FPGA 0 is not in the configuration"},
+        {"-s 100 -e 5", 3, "slot 100 has 1 FPGA in the configuration"},
+        {"-s 1 -D 0", 3, "slot 1 has no FPGA in the configuration"},
+        {"-s 100 -R", 2, "TRANSFER_CONFIG"},
+        {"-s 100 -R 0x10", 1, "cannot start the transfer engine with", "\x01", "M"},
+        {"-s 101 -D 1 -R 0x10", 3, "/nonexistent/ttyTOOL", "\x01", "S"},  // named once
+    };
+    for (const auto &c : cases) {
+        std::vector<std::string> env = {config, "TRANSFER_ZLOG_CONFIG=" + dir.path() + "/none"};
+        for (const std::string &e : tools_test::split(c.env, words))
+            env.push_back(e);  // the later entry wins
+        const auto run = run_tool("transfer_tool", tools_test::split(c.args, words), env);
+        EXPECT_EQ(run.status, c.status) << c.args << ": " << run.out << run.err;
+        const std::string &shown = c.status == 0 ? run.out : run.err;
+        const size_t at = shown.find(c.text);
+        EXPECT_NE(at, std::string::npos) << run.out << run.err;
+        EXPECT_EQ(shown.find(c.text, at + 1), std::string::npos) << shown;  // and only once
+        EXPECT_EQ((run.out + run.err).find(c.absent), std::string::npos) << run.out << run.err;
+        EXPECT_TRUE(c.status != 4 || run.out.empty()) << run.out;
+    }
+    EXPECT_EQ(tools_test::slurp(words.at("O")), std::string("\x01\x02\x03\xff", 4));
     std::string line;
     do
         line = sim.line();
     while (!line.empty() &&
            line.find("poll of receiving card 5 behind port 1") == std::string::npos);
     EXPECT_NE(line, "") << "no poll traced";
-}
-
-TEST_F(TransferTool, TimeOutsRefusalsAndStartUpFailures) {
-    auto run = tool({"-s", "1", "-D", "1", "-R", "0x10"},
-                    {"TRANSFER_TIMEOUT_MS=100", "TRANSFER_RETRIES=1"});
-    EXPECT_EQ(run.status, 4) << run.out << run.err;
-    EXPECT_NE(run.err.find("#1 read 4 bytes at 0x00000010 of slot 1 MCU 0: timed out after"),
-              std::string::npos)
-        << run.err;
-    EXPECT_EQ(run.out, "");
-
-    run = tool({"-s", "7", "-R", "0x10"});
-    EXPECT_EQ(run.status, 3) << run.err;
-    EXPECT_NE(run.err.find("failed with -4000"), std::string::npos) << run.err;
-    EXPECT_NE(run.err.find("slot 7 FPGA 0 is not in the configuration"), std::string::npos);
-
-    run = tool({"-s", "100", "-R", "0x10"}, {"TRANSFER_CONFIG=" + dir_.path() + "/missing.json"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("cannot start the transfer engine with"), std::string::npos) << run.err;
-
-    run = tool({"-s", "100", "-R"});
-    EXPECT_EQ(run.status, 2);
-    EXPECT_NE(run.err.find("TRANSFER_CONFIG"), std::string::npos) << run.err;
-
-    // Refused before anything is sent: inputs that are not regular files, a path that does
-    // not fit, a device index the board does not have (routing would take another device).
-    const struct {
-        std::vector<std::string> args;
-        int status;
-        std::string message;
-    } refused[] = {
-        {{"-s", "100", "-E", "1", "-P", dir_.path()}, 1, " is not a regular file"},
-        {{"-s", "100", "-E", "1", "-P", "/dev/zero"}, 1, "/dev/zero is not a regular file"},
-        {{"-s", "100", "-P", dir_.path() + "/" + std::string(260, 'p')}, 2, "at most 254 fit"},
-        {{"-s", "100", "-e", "5"}, 3, "slot 100 has 1 FPGA in the configuration"},
-        {{"-s", "1", "-D", "0"}, 3, "slot 1 has no FPGA in the configuration"},
-    };
-    for (const auto &r : refused) {
-        run = tool(r.args, {"TRANSFER_TIMEOUT_MS=100", "TRANSFER_RETRIES=0"});
-        EXPECT_EQ(run.status, r.status) << r.message << ": " << run.err;
-        EXPECT_NE(run.err.find(r.message), std::string::npos) << run.err;
-    }
-
-    // A configured serial device that is missing is named once, on standard error.
-    const std::string serial = dir_.write("serial.json", R"({
-      "device": {"backplane": {"slot_num": 1, "type_num": 1, "min_slot": 101, "max_slot": 101,
-                               "id_offset": 0}},
-      "backplane": [{"slot": 101, "mcu": [{"id_offset": 0, "type": 10,
-                                           "ip": "/nonexistent/ttyTOOL", "port": 115200}]}]})");
-    run = tool({"-s", "101", "-D", "1", "-R", "0x10"}, {"TRANSFER_CONFIG=" + serial});
-    EXPECT_EQ(run.status, 3) << run.err;
-    const size_t named = run.err.find("/nonexistent/ttyTOOL");
-    EXPECT_NE(named, std::string::npos) << run.err;
-    EXPECT_EQ(run.err.find("/nonexistent/ttyTOOL", named + 1), std::string::npos) << run.err;
 }
