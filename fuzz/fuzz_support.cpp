@@ -9,13 +9,10 @@ namespace fuzz {
 
 namespace {
 
-constexpr const char *kChassis = R"({
-  "device": {
-    "main_card": {"slot_num": 1, "type_num": 4, "min_slot": 100, "max_slot": 100, "id_offset": 0},
-    "backplane": {"slot_num": 1, "type_num": 1, "min_slot": 101, "max_slot": 101, "id_offset": 4}
-  },
-  "rvcard_param": {"eth_max": 4, "rvcard_max": 8}
-})";
+constexpr const char *kChassis =
+    R"({"device": {"main_card": {"slot_num": 1, "type_num": 4, "min_slot": 100, "max_slot": 100,)"
+    R"("id_offset": 0}, "backplane": {"slot_num": 1, "type_num": 1, "min_slot": 101,)"
+    R"("max_slot": 101, "id_offset": 4}}, "rvcard_param": {"eth_max": 4, "rvcard_max": 8}})";
 
 void load() {
     mio_json *root = mio_json_fromstring(kChassis);

@@ -1,14 +1,11 @@
 // The engine's containers through their exported functions, as a host uses them: label
-// lists, send queues and lists, monitor lists, the report queue, receiving-card queues and
-// the time test. The engine never tears its containers down; here they stay reachable from
-// a static table for the life of the process, so LeakSanitizer has nothing to report.
+// lists, send queues and lists, the report queue, receiving-card queues and the time test. The
+// engine never tears its containers down; here they stay reachable from a static table for the life
+// of the process, so LeakSanitizer has nothing to report.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstring>
 #include <memory>
-#include <random>
-#include <thread>
 #include <vector>
 
 #include "common/clock.h"
@@ -39,18 +36,15 @@ transfer_info_t &table(uint32_t lists = 2) {
     return *info;
 }
 
-// The nodes of every list of a manager as (list, node), walked as its consumer does.
-template <class Node, class Manager, class GetNext>
-std::vector<std::pair<uint32_t, Node *>> listed(Manager *m, GetNext get_next) {
-    std::vector<std::pair<uint32_t, Node *>> out;
+// The listed queues of every send list as (list, node), walked as the sender does.
+std::vector<std::pair<uint32_t, queue_list_data_t *>> send_listed(send_list_manage_t *m) {
+    std::vector<std::pair<uint32_t, queue_list_data_t *>> out;
     for (uint32_t i = 0; i < static_cast<uint32_t>(m->n_list_num); i++) {
-        for (Node *n = m->p_list[i]->p_info_head; get_next(m->p_list[i], &n, n) == 0 && n;)
+        send_packet_list_t *l = m->p_list[i];
+        for (auto *n = l->p_info_head; sdk_send_list_get_next(l, &n, n) == 0 && n;)
             out.emplace_back(i, n);
     }
     return out;
-}
-auto send_listed(send_list_manage_t *m) {
-    return listed<queue_list_data_t>(m, sdk_send_list_get_next);
 }
 
 TEST(LableList, SearchTakesTheOldestWithTheLabelOnce) {
@@ -101,25 +95,6 @@ TEST(SendLists, ListQueuesWithFramesOnceUntilEmpty) {
         ASSERT_EQ(sdk_send_list_pull(m, nodes[0].first, nodes[0].second), 0);
         EXPECT_EQ(send_listed(m).size(), &one == &g[0] ? 1u : 0u);
     }
-}
-
-TEST(MonitorLists, EachPushGoesToTheShortestList) {
-    auto *m = kept(new monitor_list_manage_t{});
-    ASSERT_EQ(sdk_monitor_list_manage_init(m, table(3)), 0);
-    std::vector<packet_data_t> r(7);
-    auto where = [&] {
-        std::vector<uint32_t> out;
-        for (auto [i, n] : listed<packet_list_t>(m, sdk_monitor_list_get_next))
-            out.push_back(i * 10 + static_cast<uint32_t>(n->p_data - r.data()));
-        return out;
-    };
-    for (int i = 0; i < 6; i++)
-        ASSERT_EQ(sdk_monitor_list_push(m, &r[i]), 0);
-    EXPECT_EQ(where(), (std::vector<uint32_t>{0, 3, 11, 14, 22, 25}));
-    packet_list_t *last = listed<packet_list_t>(m, sdk_monitor_list_get_next)[3].second;
-    ASSERT_EQ(sdk_monitor_list_pull(m, 1, last), 0);
-    ASSERT_EQ(sdk_monitor_list_push(m, &r[6]), 0);  // list 1 is now the shortest
-    EXPECT_EQ(where(), (std::vector<uint32_t>{0, 3, 11, 16, 22, 25}));
 }
 
 TEST(ReportQueue, WholeRecordsInOrderUpToItsBound) {
@@ -202,75 +177,6 @@ TEST(RvcardQueues, LookupPushAndTheLastHolderFrees) {
         EXPECT_EQ(p->p_queue[2], nullptr);
     }
     EXPECT_EQ(release(), -4000);
-}
-
-// Host threads register card requests under their wait lock, the sender walks the send
-// lists, takes head frames and pulls queues, this thread ends each sent request. Every
-// frame goes out once, no queue is used after it is freed (ASan), all slots end empty.
-TEST(RvcardQueues, ConcurrentRequestsSenderAndEnds) {
-    constexpr uint32_t kProducers = 3, kTotal = 1200;
-    transfer_info_t &t = table();
-    auto *m = kept(new send_list_manage_t{});
-    ASSERT_EQ(sdk_send_list_manage_init(m, t), 0);
-    struct Req {
-        packet_general_data_t gen{};  // first member: the queue entry points here
-        pthread_mutex_t wait_lock = PTHREAD_MUTEX_INITIALIZER;
-        std::atomic<int> sent{0};
-        bool ended = false;
-    };
-    std::vector<Req> reqs(kTotal);
-    std::atomic<bool> stop{false};
-    data_buf_t buf{};
-    std::vector<std::thread> threads;
-    for (uint32_t k = 0; k < kProducers; k++) {
-        threads.emplace_back([&, k] {
-            std::mt19937 rng(k);
-            for (uint32_t i = k; i < kTotal; i += kProducers) {
-                Req &r = reqs[i];
-                r.gen = card_request(rng() % kEths, rng() % kCards);
-                rvcard_eth_queue_manage_t *p = port(t, r.gen.n_eth_id, r.gen.n_recvcard_id);
-                pthread_mutex_lock(&r.wait_lock);
-                EXPECT_EQ(
-                    sdk_rvcard_queue_push(&p->p_queue[r.gen.n_recvcard_id], p, t, &buf, &r.gen), 0);
-                EXPECT_EQ(sdk_send_list_push(m, p->p_queue[r.gen.n_recvcard_id]), 0);
-                pthread_mutex_unlock(&r.wait_lock);
-            }
-        });
-    }
-    threads.emplace_back([&] {
-        while (!stop.load()) {
-            for (auto [i, node] : send_listed(m)) {
-                queue_data_t head{};
-                if (sdk_send_queue_get_first(&head, node->p_data) == 0) {
-                    EXPECT_EQ(sdk_send_queue_pull(node->p_data), 0);
-                    reinterpret_cast<Req *>(head.p_packet)->sent++;
-                }
-                EXPECT_EQ(sdk_send_list_pull(m, i, node), 0);
-            }
-            std::this_thread::yield();
-        }
-    });
-    for (uint32_t ended = 0; ended < kTotal;) {  // the ends of the sent requests
-        for (Req &r : reqs) {
-            if (r.ended || r.sent.load() == 0) continue;
-            pthread_mutex_lock(&r.wait_lock);
-            rvcard_eth_queue_manage_t *p = port(t, r.gen.n_eth_id, r.gen.n_recvcard_id);
-            EXPECT_EQ(sdk_rvcard_queue_release(&p->p_queue[r.gen.n_recvcard_id], p), 0);
-            pthread_mutex_unlock(&r.wait_lock);
-            r.ended = true;
-            ended++;
-        }
-    }
-    stop = true;
-    for (std::thread &th : threads)
-        th.join();
-    for (Req &r : reqs)
-        ASSERT_EQ(r.sent.load(), 1);
-    EXPECT_TRUE(send_listed(m).empty());
-    for (uint32_t e = 0; e < kEths; e++) {
-        for (uint32_t r = 0; r < kCards; r++)
-            EXPECT_EQ(port(t, e)->p_queue[r], nullptr);
-    }
 }
 
 TEST(TimeoutCheck, MillisecondsSinceStart) {
