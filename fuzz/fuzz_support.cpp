@@ -19,22 +19,12 @@ void load() {
     const int32_t ret = sdk_device_transfer_mem_init(root);
     mio_json_delete(root);
     if (ret != 0 || g_st_transfer.n_num != 5) fail("chassis configuration");
-    const struct {
-        int32_t slot;
-        transfer_section section;
-        json_type_tbl type;
-        packet_code_type code;
-    } channels[] = {{100, FPGA, UDP, PACKET_VIDEO},
-                    {100, MCU, UART, PACKET_VIDEO},
-                    {100, FPGA, REPORT_UDP, PACKET_VIDEO},
-                    {100, FPGA, UDP, PACKET_SENDER},
-                    {101, MCU, UART, PACKET_VIDEO}};
-    for (int32_t i = 0; i < 5; ++i) {
+    for (int32_t i = 0; i < 5; ++i) {  // see fuzz_support.h
         transfer_data_t &ch = g_st_transfer.st_info[i];
-        ch.n_slot = channels[i].slot;
-        ch.n_section = channels[i].section;
-        ch.n_type = channels[i].type;
-        ch.e_packet_code_type = channels[i].code;
+        ch.n_slot = i < 4 ? 100 : 101;
+        ch.n_section = i == 1 || i == 4 ? MCU : FPGA;
+        ch.n_type = i == 2 ? REPORT_UDP : i == 1 || i == 4 ? UART : UDP;
+        ch.e_packet_code_type = i == 3 ? PACKET_SENDER : PACKET_VIDEO;
         ch.n_fd = -1;
     }
     // A report queue this short fills up quickly, so the cutter's handling of a refused

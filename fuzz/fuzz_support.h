@@ -50,9 +50,6 @@ void load_chassis();
 // receive paths stored and frees them.
 class Requests {
   public:
-    Requests() = default;
-    Requests(const Requests &) = delete;
-    Requests &operator=(const Requests &) = delete;
     ~Requests();
     void add(uint16_t lable, send_lable_manage_t *p_list);
 

@@ -11,25 +11,20 @@
 
 #include "fuzz_support.h"
 
-extern "C" {
-int replay_uart_cut(const uint8_t *data, size_t size);
-int replay_net_datagram(const uint8_t *data, size_t size);
-int replay_config_load(const uint8_t *data, size_t size);
-int replay_frame_data(const uint8_t *data, size_t size);
-int replay_cmd_parse(const uint8_t *data, size_t size);
-}
+// The harness entries, renamed replay_<target> in this program.
+#define TRANSFER_FUZZ_TARGETS(X) \
+    X(uart_cut) X(net_datagram) X(config_load) X(frame_data) X(cmd_parse)
+#define TRANSFER_DECLARE(t) extern "C" int replay_##t(const uint8_t *data, size_t size);
+TRANSFER_FUZZ_TARGETS(TRANSFER_DECLARE)
 
 namespace {
 
 namespace fs = std::filesystem;
 
 TEST(Fuzz, RegressionsAndSeedsRunClean) {
+#define TRANSFER_ENTRY(t) {#t, replay_##t},
     const std::pair<const char *, int (*)(const uint8_t *, size_t)> targets[] = {
-        {"uart_cut", replay_uart_cut},
-        {"net_datagram", replay_net_datagram},
-        {"config_load", replay_config_load},
-        {"frame_data", replay_frame_data},
-        {"cmd_parse", replay_cmd_parse}};
+        TRANSFER_FUZZ_TARGETS(TRANSFER_ENTRY)};
     for (auto [name, entry] : targets) {
         size_t seeds = 0;
         for (const char *folder : {"regressions", "corpus"}) {
