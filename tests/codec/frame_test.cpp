@@ -43,49 +43,26 @@ TEST(Frame, RequestFramesByteForByte) {
         transfer_op_t op;
         uint32_t channel;
         uint16_t lable;
-        Bytes data;
         std::string frame;
     } cases[] = {
         // The worked examples: acknowledged address read, acknowledged receiving-card read.
-        {op_of(100, FRAME_READ, BODY_ADDRESS, 0x1000, 4),
-         0,
-         1,
-         {},
-         "55BB00000001010016004000000000000000000000000010000004000000"
-         "7C01"},
-        {op_of(100, FRAME_READ, BODY_RECVCARD, 0x100, 8, EN_REQUEST_ACK, 1, 5),
-         0,
-         2,
-         {},
+        {op_of(100, FRAME_READ, BODY_ADDRESS, 0x1000, 4), 0, 1,
+         "55BB000000010100160040000000000000000000000000100000040000007C01"},
+        {op_of(100, FRAME_READ, BODY_RECVCARD, 0x100, 8, EN_REQUEST_ACK, 1, 5), 0, 2,
          "55BB0000000102001C0042020100000000000000000001010500000000010000080065553E02"},
-        // Address write: no read length, the data length, the data.
-        {op_of(3, FRAME_WRITE, BODY_ADDRESS, 0x20, 0),
-         6,
-         7,
-         {0xDE, 0xAD, 0xBE, 0xEF},
+        // Address write: no read length whatever the descriptor holds, the data length and data.
+        {op_of(3, FRAME_WRITE, BODY_ADDRESS, 0x20, 4), 6, 7,
          "55BB0000000107001A006000000000000000000000002000000000000400DEADBEEFEE04"},
         // Address read: the read length in the error-code field; TLV read: the tag, no
         // error code.
-        {op_of(100, FRAME_READ, BODY_ADDRESS, 0, 16),
-         0,
-         3,
-         {},
+        {op_of(100, FRAME_READ, BODY_ADDRESS, 0, 16), 0, 3,
          "55BB000000010300160040000000000000000000000000000000100000007A01"},
-        {op_of(100, FRAME_READ, BODY_TLV, 0xABCD, 16),
-         0,
-         9,
-         {},
+        {op_of(100, FRAME_READ, BODY_TLV, 0xABCD, 16), 0, 9,
          "55BB0000000109001600410000000000000000000000CDAB000000000000E902"},
         // Receiving-card broadcast write (its own checksum, seeded), unacknowledged read.
-        {op_of(100, FRAME_WRITE, BODY_RECVCARD, 0x40, 0, EN_REQUEST_ACK, 0xFF, 0xFFFF),
-         0,
-         11,
-         {1, 2, 3, 4, 5},
+        {op_of(100, FRAME_WRITE, BODY_RECVCARD, 0x40, 0, EN_REQUEST_ACK, 0xFF, 0xFFFF), 0, 11,
          "55BB000000010B0021006202FF00000000000000000001FFFFFF01004000000005000102030405A858F306"},
-        {op_of(100, FRAME_READ, BODY_RECVCARD, 0x40, 12, EN_REQUEST_NO_ACK),
-         0,
-         12,
-         {},
+        {op_of(100, FRAME_READ, BODY_RECVCARD, 0x40, 12, EN_REQUEST_NO_ACK), 0, 12,
          "55BB000000010C001C00020200000000000000000000010000000000400000000C00A2558102"},
     };
     for (const auto &c : cases) {
@@ -95,13 +72,17 @@ TEST(Frame, RequestFramesByteForByte) {
         ASSERT_EQ(sdk_packet_add_frame_header(&fh, c.channel, c.op), 0);
         ASSERT_EQ(sdk_packet_add_request_header(&rh, c.channel, fh.n_frame_type, c.op), 0);
         ASSERT_EQ(sdk_packet_add_request_body(&rb, rh, c.op), 0);
+        // The write data is taken from where the expected frame holds it.
         Bytes f(c.frame.size() / 2);
-        EXPECT_EQ(sdk_get_packet_length(rh, rb) + 2 + c.data.size(),
-                  f.size() - (rb.n_body_type == BODY_RECVCARD ? 2 : 0));
+        const size_t n_prefix = sdk_get_packet_length(rh, rb);
+        const size_t n_data = f.size() - n_prefix - (c.op.e_type == BODY_RECVCARD ? 4 : 2);
+        Bytes data(n_data);
+        for (size_t i = 0; i < n_data; ++i)
+            data[i] =
+                static_cast<uint8_t>(std::stoi(c.frame.substr(2 * (n_prefix + i), 2), nullptr, 16));
         fh.n_len = static_cast<uint16_t>(f.size() - 10);
         fh.n_lable = c.lable;
-        auto *w = c.data.empty() ? nullptr : const_cast<uint8_t *>(c.data.data());
-        ASSERT_EQ(sdk_packet_data(f.data(), w, c.data.size(), fh, rh, rb), 0);
+        ASSERT_EQ(sdk_packet_data(f.data(), n_data ? data.data() : nullptr, n_data, fh, rh, rb), 0);
         EXPECT_EQ(hex(f.data(), f.size()), c.frame);
         EXPECT_EQ(sdk_transfer_checksum_data(f.data(), f.size()), 0);
         f[f.size() / 2] ^= 0x10;
