@@ -12,13 +12,6 @@ void check_text(const char (&field)[N]) {
     if (strnlen(field, N) >= N) fuzz::fail("text field without its terminator");
 }
 
-template <class Rec>
-void check(Rec *rec, en_mid_ack ret, bool b_help) {
-    if (ret != EN_MID_ACK_TRUE && !(b_help && ret == EN_MID_ACK_INVALID)) fuzz::fail("result");
-    check_text(rec->n_slot_id);
-    check_text(rec->file_path);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -38,12 +31,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     const auto n_argc = static_cast<int32_t>(argv.size());
     argv.push_back(nullptr);
-    if (b_mcu) {
-        upgrade_mcu_t rec{};
-        check(&rec, cmd_parse_recvcard_mcu(&rec, n_argc, argv.data()), false);
-    } else {
-        recvcard_struct rec{};
-        check(&rec, cmd_parse_recvcard(&rec, n_argc, argv.data()), true);
-    }
+    upgrade_mcu_t mcu{};
+    recvcard_struct tool{};
+    const en_mid_ack ret = b_mcu ? cmd_parse_recvcard_mcu(&mcu, n_argc, argv.data())
+                                 : cmd_parse_recvcard(&tool, n_argc, argv.data());
+    // Only the register tool's parser knows -h.
+    if (ret != EN_MID_ACK_TRUE && (b_mcu || ret != EN_MID_ACK_INVALID)) fuzz::fail("result");
+    check_text(mcu.n_slot_id), check_text(mcu.file_path);
+    check_text(tool.n_slot_id), check_text(tool.file_path);
     return 0;
 }

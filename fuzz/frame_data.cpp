@@ -64,9 +64,7 @@ void assemble(fuzz::Input &in, bool b_build) {
         const int32_t n_head = sdk_get_packet_length(rh, rb);
         if (n_head != 30 && n_head != 34) fuzz::fail("packet length");
     } else {
-        fill(in, &fh);
-        fill(in, &rh);
-        fill(in, &rb);
+        fill(in, &fh), fill(in, &rh), fill(in, &rb);
     }
     const bool b_with_data = (in.byte() & 1) != 0;
     const auto n_data = static_cast<uint32_t>(std::min<size_t>(in.n, SDK_DATA_BUF_LEN));

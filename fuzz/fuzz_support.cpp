@@ -70,11 +70,11 @@ void Requests::add(uint16_t lable, send_lable_manage_t *p_list) {
     p->p_packet.n_no_ack = EN_REQUEST_NO_ACK;
     p->p_packet.n_send_lable = lable;
     if (sdk_lable_list_push(p_list, p) != 0) fail("label list push");
-    entries_.emplace_back(p, p_list);
+    entries.emplace_back(p, p_list);
 }
 
 Requests::~Requests() {
-    for (auto [p, p_list] : entries_) {
+    for (auto [p, p_list] : entries) {
         // A request that got its reply has left its list; one that did not is still there.
         const bool b_listed = sdk_lable_list_remove(p_list, p) == 0;
         if (b_listed == (p->p_packet.e_state == PACKET_RECV_DONE)) {

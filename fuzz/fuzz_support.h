@@ -48,13 +48,10 @@ void load_chassis();
 // Requests waiting for their replies, each listed on its channel's label list or on a
 // receiving card's list (card_list). The destructor takes them off again, checks what the
 // receive paths stored and frees them.
-class Requests {
-  public:
+struct Requests {
     ~Requests();
     void add(uint16_t lable, send_lable_manage_t *p_list);
-
-  private:
-    std::vector<std::pair<packet_data_t *, send_lable_manage_t *>> entries_;
+    std::vector<std::pair<packet_data_t *, send_lable_manage_t *>> entries;
 };
 
 // The label list of receiving card `card` behind port `port` of the sender channel.

@@ -39,9 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     for (size_t n_pos = 0; n_pos < in.n;) {
         // The next read: 1 to 64 bytes, now and then all that is left, never more than the
         // room behind the held bytes.
-        n_rng ^= n_rng << 13;
-        n_rng ^= n_rng >> 17;
-        n_rng ^= n_rng << 5;
+        n_rng ^= n_rng << 13, n_rng ^= n_rng >> 17, n_rng ^= n_rng << 5;
         size_t n_read = (n_rng & 0x700) == 0 ? in.n - n_pos : 1 + (n_rng & 63);
         n_read = std::min({n_read, in.n - n_pos, size_t{kStreamBufLen - n_held}});
         memcpy(held.get() + n_held, in.p + n_pos, n_read);
