@@ -4,8 +4,6 @@
 //
 // Input: an operation selector, then its bytes.
 #include <algorithm>
-#include <cstring>
-#include <memory>
 
 #include "fuzz_support.h"
 
@@ -18,17 +16,10 @@ uint16_t sum16(const uint8_t *p, size_t n) {
     return static_cast<uint16_t>(s);
 }
 
-// A copy of the bytes in a buffer of exactly their size, so a read past them is caught.
-std::unique_ptr<uint8_t[]> exact(const uint8_t *p, size_t n) {
-    std::unique_ptr<uint8_t[]> b(new uint8_t[n ? n : 1]);
-    if (n) memcpy(b.get(), p, n);
-    return b;
-}
-
 void extract(fuzz::Input &in) {
-    const size_t n = std::min<size_t>(in.left(), 65535);
-    auto frame = exact(in.rest(), n);
-    std::unique_ptr<int8_t[]> out(new int8_t[SDK_DATA_BUF_LEN]);
+    const size_t n = std::min<size_t>(in.n, 65535);
+    auto frame = fuzz::exact(in.p, n);
+    auto out = std::make_unique<int8_t[]>(SDK_DATA_BUF_LEN);
     const int32_t ret = sdk_get_protocol_data(out.get(), reinterpret_cast<int8_t *>(frame.get()),
                                               static_cast<uint16_t>(n));
     if (ret != -4000 && (ret < 0 || ret > SDK_DATA_BUF_LEN || 30u + ret > n)) {
@@ -37,39 +28,20 @@ void extract(fuzz::Input &in) {
 }
 
 void checksums(fuzz::Input &in) {
-    const size_t n = in.left();
-    auto frame = exact(in.rest(), n);
-    if (sdk_transfer_checksum(frame.get(), static_cast<uint32_t>(n)) != sum16(frame.get(), n)) {
-        fuzz::fail("byte sum");
-    }
-    const int32_t ret = sdk_transfer_checksum_data(frame.get(), static_cast<uint32_t>(n));
-    if (n >= 2) {
-        const bool b_ok = (frame[n - 2] | (frame[n - 1] << 8)) == sum16(frame.get(), n - 2);
-        if (ret != (b_ok ? 0 : 1)) fuzz::fail("frame check");
+    const auto n = static_cast<uint32_t>(in.n);
+    auto f = fuzz::exact(in.p, n);
+    if (sdk_transfer_checksum(f.get(), n) != sum16(f.get(), n)) fuzz::fail("byte sum");
+    const int32_t ret = sdk_transfer_checksum_data(f.get(), n);
+    if (n >= 2 && ret != ((f[n - 2] | (f[n - 1] << 8)) == sum16(f.get(), n - 2) ? 0 : 1)) {
+        fuzz::fail("frame check");
     }
 }
 
 // A record with every byte from the input.
 template <typename T>
 void fill(fuzz::Input &in, T *p_record) {
-    auto *p = reinterpret_cast<uint8_t *>(p_record);
     for (size_t i = 0; i < sizeof(T); ++i)
-        p[i] = in.byte();
-}
-
-// Bytes written by the assembly: header, request header B, the body and its data, the
-// checksum(s). A refused header or body type is refused after the frame header (and the
-// request header B) have been copied, as documented, so those bytes must be there too.
-size_t frame_length(const request_header_t &h, const request_body_t &b, uint32_t n_data,
-                    bool *p_refused) {
-    *p_refused = true;
-    if (h.n_header_type != 1) return SDK_FRAME_HEADER_LEN;
-    if (b.n_body_type != BODY_ADDRESS && b.n_body_type != BODY_TLV &&
-        b.n_body_type != BODY_RECVCARD) {
-        return SDK_FRAME_HEADER_LEN + sizeof(b_request_header_t);
-    }
-    *p_refused = false;
-    return b.n_body_type == BODY_RECVCARD ? 34u + n_data + 4u : 30u + n_data + 2u;
+        reinterpret_cast<uint8_t *>(p_record)[i] = in.byte();
 }
 
 // Records from the input as the host could pass them, or built by the builders from a
@@ -84,22 +56,30 @@ void assemble(fuzz::Input &in, bool b_build) {
         fill(in, &op);
         op.p_packet_node = nullptr;
         const uint32_t id = in.byte() % static_cast<uint32_t>(g_st_transfer.n_num);
-        if (sdk_packet_add_frame_header(&fh, id, op) != 0) return;
-        if (sdk_packet_add_request_header(&rh, id, fh.n_frame_type, op) != 0) return;
-        if (sdk_packet_add_request_body(&rb, rh, op) != 0) return;
+        if (sdk_packet_add_frame_header(&fh, id, op) != 0 ||
+            sdk_packet_add_request_header(&rh, id, fh.n_frame_type, op) != 0 ||
+            sdk_packet_add_request_body(&rb, rh, op) != 0) {
+            return;
+        }
         const int32_t n_head = sdk_get_packet_length(rh, rb);
         if (n_head != 30 && n_head != 34) fuzz::fail("packet length");
     } else {
-        fill(in, &fh);
-        fill(in, &rh);
-        fill(in, &rb);
+        fill(in, &fh), fill(in, &rh), fill(in, &rb);
     }
     const bool b_with_data = (in.byte() & 1) != 0;
-    const uint32_t n_data = static_cast<uint32_t>(std::min<size_t>(in.left(), SDK_DATA_BUF_LEN));
-    auto wbuf = exact(in.rest(), n_data);
-    bool b_refused = false;
-    const size_t n_frame = frame_length(rh, rb, n_data, &b_refused);
-    std::unique_ptr<uint8_t[]> out(new uint8_t[n_frame]());
+    const auto n_data = static_cast<uint32_t>(std::min<size_t>(in.n, SDK_DATA_BUF_LEN));
+    auto wbuf = fuzz::exact(in.p, n_data);
+    // Bytes written: header, request header B, the body and its data, the checksum(s). A
+    // refused header or body type is refused after the frame header (and the request
+    // header B) have been copied, as documented, so those bytes must be there too.
+    const bool b_body = rb.n_body_type == BODY_ADDRESS || rb.n_body_type == BODY_TLV ||
+                        rb.n_body_type == BODY_RECVCARD;
+    const bool b_refused = rh.n_header_type != 1 || !b_body;
+    const size_t n_frame = rh.n_header_type != 1 ? SDK_FRAME_HEADER_LEN
+                           : !b_body             ? SDK_FRAME_HEADER_LEN + sizeof(b_request_header_t)
+                           : rb.n_body_type == BODY_RECVCARD ? 34u + n_data + 4u
+                                                             : 30u + n_data + 2u;
+    auto out = std::make_unique<uint8_t[]>(n_frame);
     const int32_t ret =
         sdk_packet_data(out.get(), b_with_data ? wbuf.get() : nullptr, n_data, fh, rh, rb);
     if ((ret == 0) == b_refused) fuzz::fail("assembly result");
@@ -113,20 +93,10 @@ void assemble(fuzz::Input &in, bool b_build) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::load_chassis();
-    fuzz::Input in(data, size);
-    switch (in.byte() % 4) {
-        case 0:
-            extract(in);
-            break;
-        case 1:
-            checksums(in);
-            break;
-        case 2:
-            assemble(in, false);
-            break;
-        default:
-            assemble(in, true);
-            break;
-    }
+    fuzz::Input in{data, size};
+    const uint8_t op = in.byte() % 4;
+    if (op == 0) extract(in);
+    if (op == 1) checksums(in);
+    if (op >= 2) assemble(in, op == 3);
     return 0;
 }

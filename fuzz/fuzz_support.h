@@ -6,69 +6,52 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include "transfer_server.h"
 
 namespace fuzz {
 
-// Consumes the input from its front; past the end every read yields 0.
-class Input {
-  public:
-    Input(const uint8_t *data, size_t size) : p_(data), n_(size) {}
-    uint8_t byte() {
-        if (n_ == 0) return 0;
-        --n_;
-        return *p_++;
-    }
+// Consumes the input from its front (p, n: the bytes left); past the end every read
+// yields 0.
+struct Input {
+    const uint8_t *p;
+    size_t n;
+    uint8_t byte() { return n != 0 ? (--n, *p++) : 0; }
     uint16_t le16() {
         const uint16_t lo = byte();
         return static_cast<uint16_t>(lo | (byte() << 8));
     }
-    const uint8_t *rest() const { return p_; }
-    size_t left() const { return n_; }
-
-  private:
-    const uint8_t *p_;
-    size_t n_;
 };
+
+// A copy of the bytes in an allocation of exactly their size, so a read past them is caught.
+inline std::unique_ptr<uint8_t[]> exact(const void *p, size_t n) {
+    std::unique_ptr<uint8_t[]> b(new uint8_t[n != 0 ? n : 1]);
+    if (n != 0) memcpy(b.get(), p, n);
+    return b;
+}
 
 // The chassis of the harnesses (five channels, no endpoint opened):
 //   0 slot 100 FPGA UDP, 1 slot 100 MCU UART, 2 slot 100 report REPORT_UDP,
 //   3 slot 100 sender-card UDP (PACKET_SENDER, 4 ports of 8 receiving cards),
 //   4 slot 101 MCU UART.
-constexpr int32_t kVideoUdp = 0;
-constexpr int32_t kMainUart = 1;
-constexpr int32_t kSenderUdp = 3;
-constexpr int32_t kBackplaneUart = 4;
-constexpr uint32_t kPorts = 4;
-constexpr uint32_t kCards = 8;
+constexpr int32_t kVideoUdp = 0, kMainUart = 1, kSenderUdp = 3, kBackplaneUart = 4;
+constexpr uint32_t kPorts = 4, kCards = 8;
 
 // Loads the chassis, its label lists, receiving-card structures and the report queue on
 // the first call; later calls do nothing. Aborts when the set-up fails.
 void load_chassis();
 
-// Drops every queued report.
-void drain_reports();
-
-// Requests waiting for their replies. A request is listed on its channel's label list,
-// or on a receiving card's list; end() takes them off again, checks what the receive
-// paths stored and frees them.
-class Requests {
-  public:
-    Requests() = default;
-    Requests(const Requests &) = delete;
-    Requests &operator=(const Requests &) = delete;
-    ~Requests() { end(); }
+// Requests waiting for their replies, each listed on its channel's label list or on a
+// receiving card's list (card_list). The destructor takes them off again, checks what the
+// receive paths stored and frees them.
+struct Requests {
+    ~Requests();
     void add(uint16_t lable, send_lable_manage_t *p_list);
-    void end();
-
-  private:
-    struct Entry {
-        packet_data_t *p;
-        send_lable_manage_t *p_list;
-    };
-    std::vector<Entry> entries_;
+    std::vector<std::pair<packet_data_t *, send_lable_manage_t *>> entries;
 };
 
 // The label list of receiving card `card` behind port `port` of the sender channel.

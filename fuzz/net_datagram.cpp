@@ -6,14 +6,13 @@
 // the datagram itself (its last byte is the input's last byte).
 #include <algorithm>
 
-#include "fuzz_support.h"
 #include "channel/net_datagram.h"
+#include "fuzz_support.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::load_chassis();
-    fuzz::Input in(data, size);
-    const uint8_t sel = in.byte();
-    const int32_t n_channel = (sel & 1) ? fuzz::kSenderUdp : fuzz::kVideoUdp;
+    fuzz::Input in{data, size};
+    const int32_t n_channel = (in.byte() & 1) != 0 ? fuzz::kSenderUdp : fuzz::kVideoUdp;
     // The card that each port serves, as the sender would have set it; now and then one
     // that the port does not have.
     for (uint32_t port = 0; port < fuzz::kPorts; ++port) {
@@ -22,27 +21,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             fuzz::fail("port lookup");
         }
         const uint8_t card = in.byte();
-        p_port->n_eth_rvcard_id = (card & 0x80) ? card : card % fuzz::kCards;
+        p_port->n_eth_rvcard_id = (card & 0x80) != 0 ? card : card % fuzz::kCards;
     }
     fuzz::Requests requests;
-    const uint8_t n_requests = in.byte() % 4;
-    for (uint8_t i = 0; i < n_requests; ++i) {
+    for (uint8_t i = 0, n_requests = in.byte() % 4; i < n_requests; ++i) {
         const uint16_t lable = in.le16();
         const uint8_t where = in.byte();
-        if (n_channel == fuzz::kSenderUdp && (where & 0x80)) {
-            requests.add(lable, fuzz::card_list(where % fuzz::kPorts, (where >> 2) % fuzz::kCards));
-        } else {
-            requests.add(lable, &g_st_transfer.st_info[n_channel].p_list);
-        }
+        requests.add(lable, n_channel == fuzz::kSenderUdp && (where & 0x80) != 0
+                                ? fuzz::card_list(where % fuzz::kPorts, (where >> 2) % fuzz::kCards)
+                                : &g_st_transfer.st_info[n_channel].p_list);
     }
     // A receive takes at most 65535 bytes; the datagram ends where the input ends.
-    const size_t n = std::min<size_t>(in.left(), 65535);
+    const size_t n = std::min<size_t>(in.n, 65535);
     int32_t n_ret = 0;
-    const bool b_goes_on =
-        sdk::recv_datagram(static_cast<uint32_t>(n_channel), in.rest() + (in.left() - n),
-                           static_cast<uint32_t>(n), &n_ret);
+    const bool b_goes_on = sdk::recv_datagram(static_cast<uint32_t>(n_channel), in.p + (in.n - n),
+                                              static_cast<uint32_t>(n), &n_ret);
     if (b_goes_on && n_ret != 0 && n_ret != -4008) fuzz::fail("unexpected search result");
     if (!b_goes_on && n_ret > 0) fuzz::fail("a pass result is never positive");
-    requests.end();
     return 0;
 }

@@ -3,68 +3,45 @@
 // broken invariant, and the sanitizer builds catch what the fuzzers caught.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <vector>
 
-extern "C" {
-int replay_uart_cut(const uint8_t *data, size_t size);
-int replay_net_datagram(const uint8_t *data, size_t size);
-int replay_config_load(const uint8_t *data, size_t size);
-int replay_frame_data(const uint8_t *data, size_t size);
-int replay_cmd_parse(const uint8_t *data, size_t size);
-}
+#include "fuzz_support.h"
+
+// The harness entries, renamed replay_<target> in this program.
+#define TRANSFER_FUZZ_TARGETS(X) \
+    X(uart_cut) X(net_datagram) X(config_load) X(frame_data) X(cmd_parse)
+#define TRANSFER_DECLARE(t) extern "C" int replay_##t(const uint8_t *data, size_t size);
+TRANSFER_FUZZ_TARGETS(TRANSFER_DECLARE)
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Target {
-    const char *name;
-    int (*entry)(const uint8_t *, size_t);
-};
-
-// Runs every file of the folder through the entry; the number of files run.
-size_t replay_folder(const fs::path &dir, const Target &t) {
-    if (!fs::is_directory(dir)) return 0;
-    size_t n = 0;
-    for (const auto &e : fs::directory_iterator(dir)) {
-        if (!e.is_regular_file()) continue;
-        std::ifstream in(e.path(), std::ios::binary);
-        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                                         std::istreambuf_iterator<char>());
-        // In an allocation of exactly its size, as libFuzzer passes it, so a read past
-        // the input is caught.
-        std::unique_ptr<uint8_t[]> exact(new uint8_t[bytes.size() + !bytes.size()]);
-        std::copy(bytes.begin(), bytes.end(), exact.get());
-        SCOPED_TRACE(e.path().string());
-        EXPECT_EQ(t.entry(exact.get(), bytes.size()), 0);
-        ++n;
+TEST(Fuzz, RegressionsAndSeedsRunClean) {
+#define TRANSFER_ENTRY(t) {#t, replay_##t},
+    const std::pair<const char *, int (*)(const uint8_t *, size_t)> targets[] = {
+        TRANSFER_FUZZ_TARGETS(TRANSFER_ENTRY)};
+    for (auto [name, entry] : targets) {
+        size_t seeds = 0;
+        for (const char *folder : {"regressions", "corpus"}) {
+            const fs::path dir = fs::path(TRANSFER_FUZZ_DIR) / folder / name;
+            std::error_code none;  // a target without kept crash inputs has no folder
+            for (const auto &e : fs::directory_iterator(dir, none)) {
+                std::ifstream in(e.path(), std::ios::binary);
+                const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
+                // In an allocation of exactly its size, as libFuzzer passes it, so a read
+                // past the input is caught.
+                SCOPED_TRACE(e.path().string());
+                EXPECT_EQ(entry(fuzz::exact(bytes.data(), bytes.size()).get(), bytes.size()), 0);
+                seeds += folder[0] == 'c';
+            }
+        }
+        EXPECT_GT(seeds, 0u) << name << ": no seed corpus";
     }
-    return n;
 }
-
-class Replay : public testing::TestWithParam<Target> {};
-
-TEST_P(Replay, RegressionsAndSeedsRunClean) {
-    const fs::path root = TRANSFER_FUZZ_DIR;
-    replay_folder(root / "regressions" / GetParam().name, GetParam());
-    EXPECT_GT(replay_folder(root / "corpus" / GetParam().name, GetParam()), 0u) << "no seed corpus";
-}
-
-INSTANTIATE_TEST_SUITE_P(Fuzz, Replay,
-                         testing::Values(Target{"uart_cut", replay_uart_cut},
-                                         Target{"net_datagram", replay_net_datagram},
-                                         Target{"config_load", replay_config_load},
-                                         Target{"frame_data", replay_frame_data},
-                                         Target{"cmd_parse", replay_cmd_parse}),
-                         [](const testing::TestParamInfo<Target> &i) {
-                             return std::string(i.param.name);
-                         });
 
 }  // namespace
