@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <numeric>
 
 #include "support/log_capture.h"
@@ -51,8 +52,12 @@ TEST(UartSettings, SameRequestSameAnswerOnAPseudoTerminal) {
         {300, 0, 8, 1, 'N', B300, false, false, false},
         {115201, 0, 8, 1, 'N', B300, false, false, false},
     };
+    // An emulator may know fewer rates than the table (qemu-user: none above 3.5 Mbaud).
+    const char *max_env = getenv("TRANSFER_TEST_MAX_BAUD");
+    const long max_baud = max_env != nullptr ? atol(max_env) : 0;
     bool after_refusal = false;
     for (const auto &c : cases) {
+        if (max_baud > 0 && c.speed > max_baud) continue;
         if (c.refused && !after_refusal) pty.send({0x01, 0x02, 0x03});
         if (!c.refused && after_refusal) {  // the input is still there, not flushed
             ASSERT_TRUE(sdk::test::wait_readable(fd, 1000));
