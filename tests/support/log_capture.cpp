@@ -3,10 +3,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "sdk_log.h"
@@ -30,22 +28,11 @@ std::string TempDir::write(const std::string &name, const std::string &text) con
     return p;
 }
 
-LogCapture::LogCapture() {
-    char tmpl[] = "/tmp/transfer_log_XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) throw std::runtime_error("mkdtemp failed");
-    dir_ = tmpl;
-    path_ = dir_ + "/sdk.log";
-    std::string conf = dir_ + "/zlog.conf";
-    std::ofstream(conf) << "[formats]\n"
-                           "simple = \"%V [%M(tag)] %m%n\"\n"
-                           "[rules]\n"
-                           "sdk.*     \""
-                        << path_
-                        << "\"; simple\n"
-                           "debug.*   \""
-                        << path_ << "\"; simple\n";
-    std::string conf_copy = conf;
-    if (sdk_log_init(reinterpret_cast<int8_t *>(conf_copy.data())) != 0) {
+LogCapture::LogCapture() : path_(dir_.path() + "/sdk.log") {
+    std::string conf =
+        dir_.write("zlog.conf", "[formats]\nsimple = \"%V [%M(tag)] %m%n\"\n[rules]\nsdk.* \"" +
+                                    path_ + "\"; simple\ndebug.* \"" + path_ + "\"; simple\n");
+    if (sdk_log_init(reinterpret_cast<int8_t *>(conf.data())) != 0) {
         throw std::runtime_error("sdk_log_init failed for " + conf);
     }
 }
@@ -58,32 +45,20 @@ std::vector<std::string> LogCapture::lines() const {
     return out;
 }
 
-bool LogCapture::contains(const std::string &text) const {
-    return count(text) > 0;
-}
-
 int LogCapture::count(const std::string &text) const {
     int n = 0;
-    for (const auto &line : lines()) {
-        if (line.find(text) != std::string::npos) ++n;
-    }
+    for (const auto &line : lines())
+        n += line.find(text) != std::string::npos;
     return n;
 }
 
+// Truncated in place: zlog keeps appending to the same path.
 void LogCapture::clear() {
-    // Truncate in place: zlog keeps appending to the same path.
-    if (truncate(path_.c_str(), 0) != 0) {
-        std::ofstream(path_, std::ios::trunc);
-    }
-}
-
-LogCapture::~LogCapture() {
-    std::error_code ec;
-    std::filesystem::remove_all(dir_, ec);
+    if (truncate(path_.c_str(), 0) != 0) std::ofstream(path_, std::ios::trunc);
 }
 
 LogCapture &log_capture() {
-    static LogCapture capture;  // its folder goes when the program ends normally
+    static LogCapture capture;
     return capture;
 }
 

@@ -1,23 +1,19 @@
-// Small socket helpers for the set-up tests that run in their own network namespace
-// (lo up, an "eth0" veth up). Boards are simulated on 127.0.0.x.
+// Small socket helpers for the tests that run in their own network namespace (lo up, an
+// "eth0" veth up). Boards are simulated on 127.0.0.x.
 #pragma once
 
 #include <arpa/inet.h>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
-
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <thread>
 
+#include "support/wait.h"
 #include "transfer_server.h"
 
 namespace sdk::test {
@@ -37,18 +33,21 @@ inline sockaddr_in inet(const std::string &ip, uint16_t port) {
     return a;
 }
 
-// A UDP socket bound to ip:port; reuse lets a simulated board share its port number with
-// the library's channels. Without reuse the port is simply taken.
+inline std::string text_of(const sockaddr_in &a) {
+    char ip[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &a.sin_addr, ip, sizeof(ip));
+    return std::string(ip) + ":" + std::to_string(ntohs(a.sin_port));
+}
+
+// A UDP socket bound to ip:port (-1 when it cannot be bound); reuse lets a simulated
+// board share its port number with the library's channels.
 inline int udp_socket(const std::string &ip, uint16_t port, bool reuse = true) {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    int on = 1;
+    int fd = socket(AF_INET, SOCK_DGRAM, 0), on = 1;
     if (reuse) setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
     sockaddr_in a = inet(ip, port);
-    if (bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof(a)) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
+    if (bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof(a)) == 0) return fd;
+    close(fd);
+    return -1;
 }
 
 inline uint16_t local_port(int fd) {
@@ -58,13 +57,11 @@ inline uint16_t local_port(int fd) {
     return ntohs(a.sin_port);
 }
 
+// The connected peer as "ip:port", "" when none.
 inline std::string peer_of(int fd) {
     sockaddr_in a{};
     socklen_t len = sizeof(a);
-    if (getpeername(fd, reinterpret_cast<sockaddr *>(&a), &len) != 0) return "";
-    char ip[INET_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET, &a.sin_addr, ip, sizeof(ip));
-    return std::string(ip) + ":" + std::to_string(ntohs(a.sin_port));
+    return getpeername(fd, reinterpret_cast<sockaddr *>(&a), &len) == 0 ? text_of(a) : "";
 }
 
 inline void send_to(int fd, const std::string &text, const std::string &ip, uint16_t port) {
@@ -75,27 +72,15 @@ inline void send_to(int fd, const std::string &text, const std::string &ip, uint
 // The next datagram within timeout_ms, with its sender as "ip:port"; "" when none came.
 inline std::string recv_text(int fd, int timeout_ms = 1000, std::string *from = nullptr) {
     pollfd p{fd, POLLIN, 0};
-    if (poll(&p, 1, timeout_ms) <= 0) return "";
     char buf[2048];
     sockaddr_in a{};
     socklen_t len = sizeof(a);
-    ssize_t n = recvfrom(fd, buf, sizeof(buf), 0, reinterpret_cast<sockaddr *>(&a), &len);
+    ssize_t n = poll(&p, 1, timeout_ms) > 0
+                    ? recvfrom(fd, buf, sizeof(buf), 0, reinterpret_cast<sockaddr *>(&a), &len)
+                    : -1;
     if (n < 0) return "";
-    if (from != nullptr) {
-        char ip[INET_ADDRSTRLEN] = "";
-        inet_ntop(AF_INET, &a.sin_addr, ip, sizeof(ip));
-        *from = std::string(ip) + ":" + std::to_string(ntohs(a.sin_port));
-    }
+    if (from != nullptr) *from = text_of(a);
     return std::string(buf, static_cast<size_t>(n));
-}
-
-inline short link_flags(const char *name) {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    ifreq ifr{};
-    strncpy(ifr.ifr_name, name, IFNAMSIZ - 1);
-    short flags = ioctl(fd, SIOCGIFFLAGS, &ifr) == 0 ? ifr.ifr_flags : -1;
-    close(fd);
-    return flags;
 }
 
 // Brings a link up or down (root inside the namespace); when bringing it up, waits until
@@ -104,16 +89,11 @@ inline bool set_link(const char *name, bool up) {
     int fd = socket(AF_INET, SOCK_DGRAM, 0);
     ifreq ifr{};
     strncpy(ifr.ifr_name, name, IFNAMSIZ - 1);
-    bool ok = ioctl(fd, SIOCGIFFLAGS, &ifr) == 0;
-    if (ok) {
-        ifr.ifr_flags =
-            static_cast<short>(up ? (ifr.ifr_flags | IFF_UP) : (ifr.ifr_flags & ~IFF_UP));
-        ok = ioctl(fd, SIOCSIFFLAGS, &ifr) == 0;
-    }
+    auto flags = [&] { return ioctl(fd, SIOCGIFFLAGS, &ifr) == 0 ? ifr.ifr_flags : 0; };
+    ifr.ifr_flags = static_cast<short>(up ? (flags() | IFF_UP) : (flags() & ~IFF_UP));
+    bool ok = ioctl(fd, SIOCSIFFLAGS, &ifr) == 0 &&
+              (!up || wait_until([&] { return (flags() & IFF_RUNNING) != 0; }));
     close(fd);
-    for (int i = 0; ok && up && i < 200 && (link_flags(name) & IFF_RUNNING) == 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
     return ok;
 }
 
@@ -124,11 +104,7 @@ inline bool in_private_netns() {
     return v != nullptr && std::string(v) == "1";
 }
 
-#define SKIP_OUTSIDE_PRIVATE_NETNS()                                                      \
-    do {                                                                                  \
-        if (!::sdk::test::in_private_netns()) {                                           \
-            GTEST_SKIP() << "run through tests/support/netns_run.sh (private namespace)"; \
-        }                                                                                 \
-    } while (0)
+#define SKIP_OUTSIDE_PRIVATE_NETNS() \
+    if (!::sdk::test::in_private_netns()) GTEST_SKIP() << "run through tests/support/netns_run.sh"
 
 }  // namespace sdk::test

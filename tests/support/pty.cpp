@@ -5,6 +5,7 @@
 #include <pty.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 
@@ -12,9 +13,8 @@ namespace sdk::test {
 
 PtyPair::PtyPair() {
     char name[256] = "";
-    if (openpty(&master_, &slave_, name, nullptr, nullptr) != 0) {
+    if (openpty(&master_, &slave_, name, nullptr, nullptr) != 0)
         throw std::runtime_error("openpty failed");
-    }
     path_ = name;
 }
 
@@ -30,12 +30,10 @@ termios PtyPair::slave_attrs() const {
 }
 
 void PtyPair::send(const std::vector<uint8_t> &bytes) const {
-    size_t done = 0;
-    while (done < bytes.size()) {
+    for (size_t done = 0; done < bytes.size();) {
         ssize_t n = write(master_, bytes.data() + done, bytes.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) throw std::runtime_error("write on the pty master failed");
-        done += static_cast<size_t>(n);
+        if (n <= 0 && errno != EINTR) throw std::runtime_error("write on the pty master failed");
+        done += n > 0 ? static_cast<size_t>(n) : 0;
     }
 }
 
@@ -43,11 +41,9 @@ std::vector<uint8_t> PtyPair::receive(size_t n, int timeout_ms) const {
     std::vector<uint8_t> out;
     uint8_t buf[4096];
     while (out.size() < n && wait_readable(master_, timeout_ms)) {
-        size_t want = n - out.size() < sizeof(buf) ? n - out.size() : sizeof(buf);
-        ssize_t got = read(master_, buf, want);
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) break;
-        out.insert(out.end(), buf, buf + got);
+        ssize_t got = read(master_, buf, std::min(n - out.size(), sizeof(buf)));
+        if (got <= 0 && errno != EINTR) break;
+        if (got > 0) out.insert(out.end(), buf, buf + got);
     }
     return out;
 }
@@ -68,14 +64,13 @@ bool wait_readable(int fd, int timeout_ms) {
 }
 
 int open_fd_count() {
-    int n = 0;
     DIR *d = opendir("/proc/self/fd");
     if (d == nullptr) return -1;
-    while (dirent *e = readdir(d)) {
-        if (e->d_name[0] != '.') ++n;
-    }
+    int n = -1;  // the directory's own descriptor
+    while (dirent *e = readdir(d))
+        n += e->d_name[0] != '.';
     closedir(d);
-    return n - 1;  // the directory's own descriptor
+    return n;
 }
 
 }  // namespace sdk::test

@@ -8,7 +8,6 @@
 
 #include <termios.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>

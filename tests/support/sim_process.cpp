@@ -10,22 +10,17 @@
 
 namespace sdk::test {
 
-std::string board_sim_path() {
-    const char *dir = getenv("TRANSFER_BINARY_DIR");
-    return dir != nullptr ? std::string(dir) + "/tools/board_sim/board_sim" : std::string();
-}
-
 SimProcess::SimProcess(std::vector<std::string> args) {
-    const std::string path = board_sim_path();
+    const char *dir = getenv("TRANSFER_BINARY_DIR");
+    const std::string path = std::string(dir != nullptr ? dir : "") + "/tools/board_sim/board_sim";
     int out[2];
-    if (path.empty() || pipe(out) != 0) return;
+    if (dir == nullptr || pipe(out) != 0) return;
     pid_ = fork();
     if (pid_ == 0) {
         dup2(out[1], STDOUT_FILENO);
         close(out[0]);
         close(out[1]);
-        std::vector<char *> argv;
-        argv.push_back(const_cast<char *>(path.c_str()));
+        std::vector<char *> argv{const_cast<char *>(path.c_str())};
         for (auto &a : args)
             argv.push_back(a.data());
         argv.push_back(nullptr);
@@ -37,40 +32,35 @@ SimProcess::SimProcess(std::vector<std::string> args) {
 }
 
 SimProcess::~SimProcess() {
-    if (pid_ > 0) {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
+    if (pid_ > 0) kill(pid_, SIGKILL);
+    wait_exit(false);
     if (fd_ >= 0) close(fd_);
 }
 
 std::string SimProcess::line(int timeout_ms) {
-    using Clock = std::chrono::steady_clock;
-    auto end = Clock::now() + std::chrono::milliseconds(timeout_ms);
-    for (;;) {
-        size_t nl = buf_.find('\n');
-        if (nl != std::string::npos) {
-            std::string l = buf_.substr(0, nl);
-            buf_.erase(0, nl + 1);
-            return l;
-        }
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    size_t nl;
+    while ((nl = buf_.find('\n')) == std::string::npos) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            end - std::chrono::steady_clock::now());
         pollfd p{fd_, POLLIN, 0};
-        if (fd_ < 0 || left.count() <= 0 || poll(&p, 1, static_cast<int>(left.count())) <= 0)
-            return "";
         char chunk[256];
-        ssize_t n = read(fd_, chunk, sizeof chunk);
+        ssize_t n = left.count() > 0 && poll(&p, 1, static_cast<int>(left.count())) > 0
+                        ? read(fd_, chunk, sizeof chunk)
+                        : 0;
         if (n <= 0) return "";
         buf_.append(chunk, static_cast<size_t>(n));
     }
+    std::string l = buf_.substr(0, nl);
+    buf_.erase(0, nl + 1);
+    return l;
 }
 
 bool SimProcess::wait_ready(int timeout_ms) {
-    for (;;) {
-        std::string l = line(timeout_ms);
+    for (std::string l = line(timeout_ms); !l.empty(); l = line(timeout_ms)) {
         if (l == "ready") return true;
-        if (l.empty()) return false;
     }
+    return false;
 }
 
 int SimProcess::wait_exit(bool terminate) {

@@ -9,12 +9,9 @@
 
 namespace sdk::test {
 
-// The built board_sim program: $TRANSFER_BINARY_DIR/tools/board_sim/board_sim ("" when
-// the variable is not set, as outside ctest).
-std::string board_sim_path();
-
 class SimProcess {
   public:
+    // The built $TRANSFER_BINARY_DIR/tools/board_sim/board_sim (set by ctest).
     explicit SimProcess(std::vector<std::string> args);
     ~SimProcess();  // SIGKILL, if still running
     SimProcess(const SimProcess &) = delete;
