@@ -43,8 +43,7 @@ quiet_step "$dir/build.log" cmake --build "$dir" -j"$(nproc)"
 # AArch64 program (only the test program itself runs under qemu-aarch64). Left out then:
 spawning=(
     'board_sim_program_.*'                 # start the board_sim program
-    setup_sim_chassis_netns_test           # starts board_sim
-    setup_startup_netns_test               # its death tests re-execute the test program
+    setup_startup_netns_test               # starts board_sim
     isp_isp_pty_test                       # starts stm32flash
     reliability_fault_injection_netns_test # starts board_sim
     reliability_soak                       # the soak program, started by netns_run.sh

@@ -9,7 +9,9 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <new>
+#include <vector>
 
 #include "channel/channel_fds.h"
 #include "channel/net_datagram.h"
@@ -67,10 +69,46 @@ class Inside {
     bool b_in_;
 };
 
-// The calling thread's wake descriptor, made on first use and kept for its life.
+// Settled: wake descriptors are made on a thread's first wait and, when the thread ends,
+// kept for the next thread instead of closed. An ender may still write to a descriptor
+// it looked up just before its owner let go; a kept descriptor takes that write as one
+// spurious wake-up, where a closed one's number could already belong to another file.
+// The number of descriptors is the largest number of threads that waited at once.
+struct WakeFds {
+    std::mutex lock;
+    std::vector<int> kept;
+};
+
+WakeFds &wake_fds() {
+    static WakeFds *p = new WakeFds;  // never destroyed: threads may end after exit()
+    return *p;
+}
+
+struct ThreadWake {
+    int fd = -1;
+    ThreadWake() {
+        WakeFds &w = wake_fds();
+        std::lock_guard<std::mutex> guard(w.lock);
+        if (!w.kept.empty()) {
+            fd = w.kept.back();
+            w.kept.pop_back();
+        }
+    }
+    ~ThreadWake() {
+        if (fd < 0) return;
+        WakeFds &w = wake_fds();
+        std::lock_guard<std::mutex> guard(w.lock);
+        w.kept.push_back(fd);
+    }
+    ThreadWake(const ThreadWake &) = delete;
+    ThreadWake &operator=(const ThreadWake &) = delete;
+};
+
+// The calling thread's wake descriptor, made (or taken from those kept) on first use.
 int thread_wake_fd() {
-    static thread_local int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    return fd;
+    static thread_local ThreadWake wake;
+    if (wake.fd < 0) wake.fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    return wake.fd;
 }
 
 }  // namespace
