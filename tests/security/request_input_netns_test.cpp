@@ -20,22 +20,6 @@ constexpr const char *kConfig = R"({
                                          "packet_code_type": 1}]}]
 })";
 
-void set_enum(void *p_field, uint32_t n_value) {
-    memcpy(p_field, &n_value, sizeof(n_value));
-}
-
-transfer_op_t card_write(uint32_t n_type, uint32_t n_code) {
-    transfer_op_t op{};
-    op.n_slot = 100;
-    op.n_timeout = 100;
-    set_enum(reinterpret_cast<uint8_t *>(&op) + offsetof(transfer_op_t, e_type), n_type);
-    set_enum(reinterpret_cast<uint8_t *>(&op) + offsetof(transfer_op_t, e_code), n_code);
-    op.st_addr_param.n_device_type = DEVICE_ETH;
-    op.st_addr_param.n_device_index = 1;
-    op.st_control.n_recvcard_id = 2;
-    return op;
-}
-
 TEST(RequestInput, CardBodyLengthFollowsTheLowBitsOfTheBodyType) {
     SKIP_OUTSIDE_PRIVATE_NETNS();
     mio_json *root = mio_json_fromstring(kConfig);
@@ -47,13 +31,21 @@ TEST(RequestInput, CardBodyLengthFollowsTheLowBitsOfTheBodyType) {
     std::string data(8963, 'd');  // 34 + 8963 + 4 = 9001: one byte too long
     for (uint32_t n_type : {2u, 0x12u, 0xF2u}) {
         SCOPED_TRACE(n_type);
-        transfer_op_t op = card_write(n_type, 0x101);
+        transfer_op_t op{};
+        op.n_slot = 100;
+        op.n_timeout = 100;
+        const uint32_t n_code = 0x101;  // a write (only its low bit counts)
+        memcpy(reinterpret_cast<uint8_t *>(&op) + offsetof(transfer_op_t, e_type), &n_type, 4);
+        memcpy(reinterpret_cast<uint8_t *>(&op) + offsetof(transfer_op_t, e_code), &n_code, 4);
+        op.st_addr_param.n_device_type = DEVICE_ETH;
+        op.st_addr_param.n_device_index = 1;
+        op.st_control.n_recvcard_id = 2;
         EXPECT_EQ(sdk_request(data.data(), 8963, &op), -4006);
         EXPECT_EQ(sdk_request(data.data(), 8962, &op), 0);
         ASSERT_NE(op.p_packet_node, nullptr);
         const data_buf_t &sent = op.p_packet_node->st_send_data;
         EXPECT_EQ(sent.n_len, 9000u);
-        EXPECT_EQ(sent.arr_buf[10], 0x62);  // ack, write (e_code & 1), body type 2
+        EXPECT_EQ(sent.arr_buf[10], 0x62);  // ack, write, body type 2
         EXPECT_EQ(sent.arr_buf[8] | (sent.arr_buf[9] << 8), 8990);
         EXPECT_EQ(sdk_transfer_checksum_data(const_cast<uint8_t *>(sent.arr_buf), sent.n_len), 0);
     }
