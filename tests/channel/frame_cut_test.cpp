@@ -83,14 +83,12 @@ Bytes feed(const std::vector<Bytes> &reads, int32_t ch = kMainUart) {
 }
 
 // A request without acknowledgement waiting for its reply under `lable`: the reply is
-// stored and the request left for its write-wait, so the reply path is seen alone.
+// stored and the request left for its write-wait, so the reply path is seen alone. (Its
+// zeroed locks are statically initialised ones.)
 struct Request {
     packet_data_t *p = static_cast<packet_data_t *>(calloc(1, sizeof(sdk::InFlight)));
     int32_t ch;
     explicit Request(uint16_t lable, int32_t channel = kMainUart) : ch(channel) {
-        pthread_mutex_init(&p->p_packet.st_lock, nullptr);
-        pthread_mutex_init(&p->st_wait_lock, nullptr);
-        pthread_cond_init(&p->st_wait_signal, nullptr);
         p->p_packet.n_enable = true;
         p->p_packet.e_state = PACKET_SEND_END;
         p->p_packet.n_no_ack = EN_REQUEST_NO_ACK;
@@ -99,9 +97,6 @@ struct Request {
     }
     ~Request() {
         sdk_lable_list_remove(&g_st_transfer.st_info[ch].p_list, p);
-        pthread_mutex_destroy(&p->p_packet.st_lock);
-        pthread_mutex_destroy(&p->st_wait_lock);
-        pthread_cond_destroy(&p->st_wait_signal);
         free(p);
     }
     bool done() const { return p->p_packet.e_state == PACKET_RECV_DONE; }
@@ -141,32 +136,43 @@ class FrameCut : public ::testing::Test {
     }
 };
 
-TEST_F(FrameCut, ReplyAndReportSurviveASplitAtEveryOffset) {
+// An address reply hands over its data, a TLV reply error code, length and data, a report
+// is queued with its channel's slot; wherever the reads split the stream.
+TEST_F(FrameCut, RepliesAndReportSurviveASplitAtEveryOffset) {
     const Bytes report = frame(0x0999, 0x10, {9, 8, 7});
-    const Bytes stream = cat({frame(0x0102, 0x00, {1, 2, 3, 4, 5}), report});
+    const Bytes stream =
+        cat({frame(0x0102, 0x00, {1, 2, 3, 4, 5}), frame(12, 0x01, {6, 7}), report});
     for (long k = 0; k <= static_cast<long>(stream.size()); ++k) {
         SCOPED_TRACE(k);
-        Request req(0x0102);
+        Request addr(0x0102), tlv(12);
         EXPECT_TRUE(feed({Bytes(stream.begin(), stream.begin() + k),
                           Bytes(stream.begin() + k, stream.end())})
                         .empty());
-        EXPECT_TRUE(req.done());
-        EXPECT_EQ(req.data(), (Bytes{1, 2, 3, 4, 5}));
+        EXPECT_EQ(addr.data(), (Bytes{1, 2, 3, 4, 5}));
+        EXPECT_EQ(tlv.data(), (Bytes{0x34, 0x12, 2, 0, 6, 7}));
+        EXPECT_TRUE(addr.done() && tlv.done());
         EXPECT_EQ(drain_reports(), std::vector<Bytes>{with_slot(report, 100)});
     }
+    Request other(0x0999, kBackplaneUart);  // a report leaves a request of its label waiting
+    EXPECT_EQ(cut(report, kBackplaneUart), static_cast<int32_t>(report.size()));
+    EXPECT_EQ(drain_reports(), std::vector<Bytes>{with_slot(report, 101)});
+    EXPECT_FALSE(other.done());
 }
 
-// What one call consumes of what it is offered.
+// What one call consumes of what it is offered. Frames that cannot be handed over are
+// skipped and leave the request of their label waiting for its own reply.
 TEST_F(FrameCut, BytesConsumedByOneCall) {
     const Bytes f = frame(7, 0x00, {1, 2, 3});
-    const Bytes bad_len = report_of_len(4133, 40), reply = frame(61, 0x00, {7});
+    Bytes too_long = frame(61, 0x00, {1, 2, 3}), short_reply = report_of_len(5);
+    too_long[28] = 200;      // claims more data than the frame holds
+    short_reply[10] = 0x00;  // a reply too short for its body
+    short_reply[6] = 61;
     const struct {
         const char *what;
         Bytes bytes;
         int32_t used;
     } cases[] = {
         {"noise goes one byte a call", cat({{0x00, 0x55, 0x12}, f}), 1},
-        {"a lone 0x55 is noise", cat({{0x55}, f}), 1},
         {"a 0xBB at the end waits for the next read", {0x01, 0xBB}, 1},
         {"... and alone is kept", {0xBB}, 0},
         {"a doubled 0xBB loses its frame", cat({{0xBB}, f}), 2},
@@ -174,10 +180,15 @@ TEST_F(FrameCut, BytesConsumedByOneCall) {
         {"a report before a partial reply",
          cat({frame(9, 0x10, {}), Bytes(f.begin(), f.begin() + 12)}), 32},
         {"length field 4132 is the longest", report_of_len(4132), 4142},
-        {"4133: resynchronised at the next pair", cat({bad_len, reply}), 40 + 33},
         {"4133 with no pair after it: all but a last 0xBB", cat({report_of_len(4133, 19), {0xBB}}),
          19},
-        {"an unmatched reply is skipped", frame(0x4242, 0x00, {1}), 33},
+        {"an unmatched reply", frame(0x4242, 0x00, {1}), 33},
+        {"another frame type", frame(61, 0x00, {1}, 2), 33},
+        {"an unknown body kind", frame(61, 0x02, {1}), 33},
+        {"data past the frame", too_long, 35},
+        {"a reply too short for its body", short_reply, 15},
+        {"4133: resynchronised at the next pair",
+         cat({report_of_len(4133, 40), frame(61, 0x00, {7})}), 73},
         {"nothing offered", {}, 0},
     };
     Request req(61);
@@ -190,20 +201,6 @@ TEST_F(FrameCut, BytesConsumedByOneCall) {
         EXPECT_EQ(cut(f, ch), static_cast<int32_t>(f.size()));
 }
 
-// An address reply hands over its data, a TLV reply error code, length and data; a report
-// is queued with its channel's slot and leaves a request of the same label waiting.
-TEST_F(FrameCut, SeveralFramesInOneReadAreAllHandledInOneCall) {
-    Request addr(11), tlv(12), other(13, kBackplaneUart);
-    const Bytes rep = frame(13, 0x10, {1, 2});
-    const Bytes s = cat({frame(11, 0x00, {0xA1}), frame(12, 0x01, {0xB1, 0xB2}), rep});
-    EXPECT_EQ(cut(s), static_cast<int32_t>(s.size()));
-    EXPECT_EQ(addr.data(), (Bytes{0xA1}));
-    EXPECT_EQ(tlv.data(), (Bytes{0x34, 0x12, 2, 0, 0xB1, 0xB2}));
-    EXPECT_EQ(cut(rep, kBackplaneUart), static_cast<int32_t>(rep.size()));
-    EXPECT_EQ(drain_reports(), (std::vector<Bytes>{with_slot(rep, 100), with_slot(rep, 101)}));
-    EXPECT_FALSE(other.done());
-}
-
 TEST_F(FrameCut, FullReportQueueKeepsTheReportInTheStream) {
     ASSERT_EQ(sdk_report_queue_set_max(sdk_get_report_queue(), 1), 0);
     ASSERT_EQ(cut(frame(1, 0x10, {})), 32);
@@ -214,20 +211,6 @@ TEST_F(FrameCut, FullReportQueueKeepsTheReportInTheStream) {
     drain_reports();
     EXPECT_EQ(cut(rest), static_cast<int32_t>(rest.size()));
     EXPECT_EQ(drain_reports().size(), 1u);
-}
-
-// Frames that cannot be handed over are skipped and leave the request waiting.
-TEST_F(FrameCut, FramesThatCannotBeHandedOverAreSkipped) {
-    Request req(91);
-    Bytes too_long = frame(91, 0x00, {1, 2, 3});
-    too_long[28] = 200;  // claims more data than the frame holds
-    Bytes short_reply = report_of_len(5);
-    short_reply[10] = 0x00;  // a reply too short for its body
-    short_reply[6] = 91;
-    const Bytes s = cat({frame(91, 0x00, {1}, 2), frame(91, 0x02, {1}), too_long, short_reply});
-    EXPECT_EQ(cut(s), static_cast<int32_t>(s.size()));
-    EXPECT_FALSE(req.done());
-    EXPECT_EQ(req.p->st_recv_data.n_len, 0u);
 }
 
 }  // namespace

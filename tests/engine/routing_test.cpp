@@ -1,6 +1,6 @@
-// Slot, section and section index to channel index, on the example configuration: main
-// card slot 100, sub cards from slot 1 (three channels each, MCU rows after the FPGA
-// rows), the backplane at slot 101.
+// Slot, section and section index to channel index, on the example
+// configuration: main card slot 100, sub cards from slot 1 (three channels
+// each, MCU rows after the FPGA rows), the backplane at slot 101.
 #include <gtest/gtest.h>
 
 #include "support/config_fixture.h"
@@ -39,8 +39,8 @@ TEST(Routing, ChannelOfEachTarget) {
         EXPECT_EQ(sdk_get_transfer_map_id(op), c.channel)
             << c.mode << " " << c.mode_id << " " << c.slot;
     }
-    // Overlapping ranges prefer the main card; a huge slot inside a huge range must not
-    // wrap into a valid index; an index past the table is refused.
+    // Overlapping ranges prefer the main card; a huge slot inside a huge range
+    // must not wrap into a valid index; an index past the table is refused.
     const transfer_id_map_t saved = g_st_transfer.st_sub_card;
     const int32_t saved_num = g_st_transfer.n_num;
     transfer_op_t op{};
