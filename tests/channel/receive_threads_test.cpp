@@ -1,6 +1,5 @@
 // The report receiver's checks on a report channel, and the serial receive thread's
-// hand-over of the lines to the host (with the bootloader simulator on a pty) and its
-// handling of a hung-up line, on the example channel
+// hand-over of the lines to the host and its handling of a hung-up line, on the example channel
 // table with a datagram socket pair and pseudo-terminals.
 #include <pty.h>
 #include <sys/socket.h>
@@ -11,20 +10,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
 
-#include "isp.h"
-#include "isp/isp_fixture.h"
-#include "isp_sim/pty_server.h"
 #include "support/config_fixture.h"
 #include "support/log_capture.h"
 #include "support/pty.h"
 #include "support/wait.h"
 #include "transfer_server.h"
-#include "uart.h"
 
 namespace {
 
@@ -103,15 +99,6 @@ TEST_F(ReceiveThreads, ReportManagerChecksLengthsAndKeepsTheQueueBounded) {
     close(sv[1]);
 }
 
-// The serial receive thread runs once for the program, on this table.
-void start_uart_thread() {
-    static pthread_t thread;
-    static const int started =
-        pthread_create(&thread, nullptr, sdk_transfer_uart_recv_thread, nullptr);
-    ASSERT_EQ(started, 0);
-    pthread_detach(thread);
-}
-
 double cpu_seconds() {
     timespec ts{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
@@ -133,7 +120,9 @@ TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
     ASSERT_EQ(sdk_uart_hold(0), 0);  // no thread yet: the lines are the host's at once
     g_st_transfer.st_info[1].n_fd = dead_slave;
     g_st_transfer.st_info[35].n_fd = line.slave();
-    start_uart_thread();
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, nullptr, sdk_transfer_uart_recv_thread, nullptr), 0);
+    pthread_detach(thread);
     line.send(report_frame(0xBB, 0x55, 7));
     std::this_thread::sleep_for(milliseconds(300));  // the span in which nothing may be read
     Bytes got;
@@ -162,62 +151,21 @@ TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
     std::this_thread::sleep_for(std::chrono::seconds(1));  // the span whose CPU time counts
     EXPECT_LT(cpu_seconds() - cpu_before, 0.5) << "the dead line keeps the serial thread busy";
 
+    // The host gets the lines at once also while a board keeps talking in the middle of a
+    // long frame: the thread's turn on that line ends when the host asks.
+    std::atomic<bool> talking{true};
+    std::thread board([&] {
+        line.send({0xBB, 0x55, 0, 0, 0, 1, 0, 0, 0xA0, 0x0F});  // a frame of 4010 bytes
+        for (; talking; std::this_thread::sleep_for(milliseconds(1)))
+            line.send(Bytes(4, 0x77));
+    });
+    std::this_thread::sleep_for(milliseconds(50));  // the thread is in its turn on the line
+    EXPECT_EQ(sdk_uart_hold(500), 0) << "the thread went on reading while the host waited";
+    talking = false;
+    board.join();
     g_st_transfer.st_info[35].n_fd = g_st_transfer.st_info[1].n_fd = -1;
     sdk_uart_release();
     close(dead_slave);
-}
-
-// The host's serial functions for the programmer, over the line that the engine reads. The
-// read lets an answer arrive whole before it takes it, as many host read functions do.
-int g_isp_fd = -1;
-int isp_write(unsigned char *buf, uint16_t len) {
-    return static_cast<int>(write(g_isp_fd, buf, len));
-}
-int isp_read(unsigned char *buf, uint16_t len) {
-    std::this_thread::sleep_for(milliseconds(10));
-    size_t got = 0;
-    for (ssize_t n = 0; got < len && sdk::test::wait_readable(g_isp_fd, 200); got += size_t(n))
-        if ((n = read(g_isp_fd, buf + got, len - got)) <= 0) break;
-    return got > 0 ? static_cast<int>(got) : -1;
-}
-
-// An MCU programmed through its bootloader on a line that the serial receive thread is
-// watching: once sdk_uart_hold has returned, no byte of the bootloader's answers is lost to
-// the thread, so the programmer synchronises at the first try and writes the whole image.
-TEST_F(ReceiveThreads, HostProgramsAnMcuOnALineTheEngineReads) {
-    start_uart_thread();
-    isp_sim::PtyServer server;
-    ASSERT_TRUE(server.open());
-    server.start();
-    std::string path = server.slave_path();
-    g_isp_fd = sdk_uart_init(reinterpret_cast<int8_t *>(path.data()), 115200);
-    ASSERT_GE(g_isp_fd, 0);
-    ASSERT_EQ(sdk_uart_cfg(g_isp_fd, 115200, 0, 8, 1, 'E'), 0);  // 8E1, as the bootloader wants
-    ASSERT_EQ(sdk_uart_hold(2000), 0);
-    g_st_transfer.st_info[35].n_fd = g_isp_fd;
-    sdk_uart_release();
-    // Lets the thread take up the line, so that the hold below finds it watching.
-    std::this_thread::sleep_for(milliseconds(200));
-
-    ASSERT_EQ(sdk_uart_hold(2000), 0);
-    mcu_isp_write_func_reg(reinterpret_cast<void *>(&isp_write));
-    mcu_isp_read_func_reg(reinterpret_cast<void *>(&isp_read));
-    const std::vector<uint8_t> image = isp_test::make_image(1000);
-    testing::internal::CaptureStdout();
-    const int rc = mcu_isp(const_cast<uint8_t *>(image.data()), 1000);
-    testing::internal::GetCapturedStdout();
-    g_st_transfer.st_info[35].n_fd = -1;
-    sdk_uart_release();
-    mcu_isp_write_func_reg(nullptr);
-    mcu_isp_read_func_reg(nullptr);
-    EXPECT_EQ(rc, 0);
-    const std::vector<uint8_t> flash = server.flash();
-    ASSERT_GE(flash.size(), image.size());
-    EXPECT_TRUE(std::equal(image.begin(), image.end(), flash.begin()));
-    EXPECT_EQ(server.stats().syncs, 1);
-    EXPECT_EQ(server.stats().nacks, 0);
-    server.stop();
-    close(g_isp_fd);
 }
 
 }  // namespace

@@ -95,6 +95,7 @@ class FakeBoard {
     }
     size_t count() { return frames().size(); }
     std::atomic<size_t> replies_sent{0};
+    std::atomic<size_t> pad{0};  // bytes appended to every reply after its length field
 
   private:
     void run() {
@@ -113,6 +114,7 @@ class FakeBoard {
                 l.unlock();
                 const int delay = policy_ ? policy_(frames_.back().first, frames_.size() - 1) : 0;
                 Bytes reply = board_.handle(buf, static_cast<size_t>(n), &stats_);
+                reply.resize(reply.size() + (reply.empty() ? 0 : pad.load()));
                 if (delay >= 0 && !reply.empty())
                     due.emplace_back(Clock::now() + milliseconds(delay), reply, from);
             }
@@ -249,6 +251,14 @@ TEST_F(Engine, UnansweredFrameIsSentReplyTimesPlusOneThenTimesOut) {
     EXPECT_EQ(board.count(), 6u);
 }
 
+// A reply longer than its length field says is no reply.
+TEST_F(Engine, ReplyLongerThanItsLengthFieldIsDropped) {
+    FakeBoard board("127.0.0.2", 7000);
+    board.pad = 1;
+    EXPECT_EQ(run(op_for(100, FPGA, FRAME_READ, 0x10, 4, 100)), kTimeout);
+    EXPECT_EQ(board.replies_sent.load(), 1u);
+}
+
 // A write without acknowledgement ends as done after its write-wait, also when that is
 // longer than its time-out.
 TEST_F(Engine, UnacknowledgedWriteEndsAfterItsWriteWait) {
@@ -296,6 +306,10 @@ TEST_F(Engine, FlowRulePerChannelCardAndPort) {
     const transfer_op_t a = no_ack(card_op(2, 1, FRAME_WRITE), 100000);
     EXPECT_LT(arrivals_apart(board, a, no_ack(card_op(2, 2, FRAME_WRITE), 100000), "ww"), 50);
     EXPECT_GE(arrivals_apart(board, a, a, "ww"), 95);
+    // A write to all cards (0xFFFF) is card 0's, for the flow rule.
+    EXPECT_GE(arrivals_apart(board, no_ack(card_op(2, 0xFFFF, FRAME_WRITE), 100000),
+                             no_ack(card_op(2, 0, FRAME_WRITE), 100000), "ww"),
+              95);
 }
 
 // n_no_ack and n_polling_state are flags: any value but 0 counts as set. A card
