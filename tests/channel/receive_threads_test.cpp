@@ -148,8 +148,10 @@ TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
     }
     std::sort(delays.begin(), delays.end());
     EXPECT_LT(delays[delays.size() / 2], 20) << "the dead line delays the working one";
-    std::this_thread::sleep_for(std::chrono::seconds(1));  // the span whose CPU time counts
-    EXPECT_LT(cpu_seconds() - cpu_before, 0.5) << "the dead line keeps the serial thread busy";
+    // The span whose CPU time counts: an idle thread uses next to none; a spinning one, even
+    // on a loaded machine, a good part of it.
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_LT(cpu_seconds() - cpu_before, 0.15) << "the dead line keeps the serial thread busy";
 
     // The host gets the lines at once also while a board keeps talking in the middle of a
     // long frame: the thread's turn on that line ends when the host asks.
