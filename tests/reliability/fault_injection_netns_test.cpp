@@ -25,7 +25,7 @@ TEST(FaultInjection, EveryRequestEndsOnceWithWhatTheBoardAllowed) {
     ASSERT_EQ(sdk_transfer_init(const_cast<char *>(slots), 3,
                                 const_cast<char *>(chassis.config_path.c_str())),
               0);
-    sdk::reliability::Workload work(chassis.targets, 800, 8, 60);
+    sdk::reliability::Workload work(chassis.targets, 800, 8, 100);
     work.run();
     // The engine runs on while the last late replies arrive: they must find
     // nothing.
