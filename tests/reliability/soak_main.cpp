@@ -9,6 +9,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <thread>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -103,6 +104,16 @@ int main(int argc, char **argv) {
         fprintf(stderr, "soak: %s start-up result %d\n", chassis.error.c_str(), init);
         return 1;
     }
+    // The engine has no shutdown: its threads run until the process ends, and a deadlocked
+    // run cannot be unwound. So the end stops the simulators, removes the chassis folder and
+    // leaves at once.
+    auto finish = [&chassis](int status) {
+        chassis.stop();
+        std::error_code ec;
+        std::filesystem::remove_all(std::filesystem::path(chassis.config_path).parent_path(), ec);
+        fflush(stdout);
+        _exit(status);
+    };
     // Drains the report queue: every report must be whole and carry its channel's slot.
     std::atomic<bool> done{false};
     std::atomic<uint64_t> reports{0}, bad_reports{0};
@@ -130,7 +141,7 @@ int main(int argc, char **argv) {
             last = work.ended;
             if (still * 0.2 > g_options[5].value) {
                 fprintf(stderr, "soak: watchdog: no request ended for %g s\n", g_options[5].value);
-                _exit(1);  // the engine has no shutdown; a deadlocked run cannot be unwound
+                finish(1);
             }
         }
     });
@@ -171,6 +182,5 @@ int main(int argc, char **argv) {
     }
 #endif
     printf("soak: %s\n", pass ? "PASS" : "FAIL");
-    fflush(stdout);
-    _exit(pass ? 0 : 1);  // the engine's threads run until the process ends
+    finish(pass ? 0 : 1);
 }
