@@ -42,7 +42,6 @@ quiet_step "$dir/build.log" cmake --build "$dir" -j"$(nproc)"
 # Without a binfmt handler for AArch64 programs, an emulated test cannot start another
 # AArch64 program (only the test program itself runs under qemu-aarch64). Left out then:
 spawning=(
-    'board_sim_program_.*'                 # start the board_sim program
     setup_startup_netns_test               # starts board_sim
     isp_isp_pty_test                       # starts stm32flash
     reliability_fault_injection_netns_test # starts board_sim

@@ -1,5 +1,6 @@
 /* A plain C11 host: includes every public header, links against the library, and builds
- * the frame of an acknowledged 4-byte read through the C interface. */
+ * the frame of an acknowledged 4-byte read through the C interface. Also built against
+ * the installed package by tests/install. */
 #include <stdio.h>
 #include <string.h>
 

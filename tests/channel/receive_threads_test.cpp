@@ -16,16 +16,21 @@
 #include <thread>
 #include <vector>
 
+#include "isp.h"
+#include "isp/isp_fixture.h"
+#include "isp_sim/pty_server.h"
 #include "support/config_fixture.h"
 #include "support/log_capture.h"
 #include "support/pty.h"
 #include "support/wait.h"
 #include "transfer_server.h"
+#include "uart.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 using std::chrono::milliseconds;
+int g_isp_fd = -1;  // the bootloader's line, for the programmer's read and write
 
 Bytes report_frame(uint8_t first, uint8_t second, uint8_t seq) {
     Bytes f(36, 0);
@@ -165,8 +170,42 @@ TEST_F(ReceiveThreads, SerialThreadWaitsForTheHostAndSurvivesADeadLine) {
     EXPECT_EQ(sdk_uart_hold(500), 0) << "the thread went on reading while the host waited";
     talking = false;
     board.join();
+
+    // An MCU programmed through its bootloader on a line the thread was reading: once the
+    // hold has returned no answer is lost to the thread, so the first sync is answered.
+    isp_sim::PtyServer bootloader;
+    ASSERT_TRUE(bootloader.open());
+    bootloader.start();
+    std::string path = bootloader.slave_path();
+    g_isp_fd = sdk_uart_init(reinterpret_cast<int8_t *>(path.data()), 115200);
+    ASSERT_EQ(sdk_uart_cfg(g_isp_fd, 115200, 0, 8, 1, 'E'), 0);
+    g_st_transfer.st_info[35].n_fd = g_isp_fd;
+    g_st_transfer.st_info[1].n_fd = line.slave();
+    tcflush(line.slave(), TCIFLUSH);  // the talking board's unfinished frame goes
+    sdk_uart_release();
+    line.send(report_frame(0xBB, 0x55, 30));  // the thread serves the lines again
+    EXPECT_TRUE(sdk::test::wait_until([&] { return pull(&got) >= 0; }));
+    ASSERT_EQ(sdk_uart_hold(2000), 0);
+    mcu_isp_write_func_reg(reinterpret_cast<void *>(
+        +[](unsigned char *b, uint16_t n) { return static_cast<int>(write(g_isp_fd, b, n)); }));
+    mcu_isp_read_func_reg(reinterpret_cast<void *>(+[](unsigned char *b, uint16_t n) {
+        int got = 0;  // the whole answer, as host read functions usually wait for it
+        for (ssize_t r = 1; got < n && r > 0 && sdk::test::wait_readable(g_isp_fd, 200);)
+            got += static_cast<int>(r = read(g_isp_fd, b + got, n - got));
+        return got > 0 ? got : -1;
+    }));
+    const Bytes image = isp_test::make_image(1000);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(mcu_isp(const_cast<uint8_t *>(image.data()), 1000), 0);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(bootloader.stats().syncs, 1);
+    EXPECT_TRUE(std::equal(image.begin(), image.end(), bootloader.flash().begin()));
+    mcu_isp_write_func_reg(nullptr);
+    mcu_isp_read_func_reg(nullptr);
     g_st_transfer.st_info[35].n_fd = g_st_transfer.st_info[1].n_fd = -1;
     sdk_uart_release();
+    bootloader.stop();
+    close(g_isp_fd);
     close(dead_slave);
 }
 

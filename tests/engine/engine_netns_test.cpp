@@ -434,36 +434,4 @@ TEST_F(Engine, WriteThatTimedOutInItsQueueIsNotReportedDone) {
     }
 }
 
-TEST_F(Engine, ManyHostThreadsOnSeveralChannelsEveryRequestEndsOnce) {
-    auto lossy = [](auto &, size_t i) { return i % 7 == 3 ? -1 : static_cast<int>(i % 3); };
-    FakeBoard b0("127.0.0.2", 7000, lossy), b1("127.0.0.3", 7001, lossy);
-    FakeBoard b3("127.0.1.1", 7003, lossy), b4("127.0.1.2", 7004, lossy);
-    const std::pair<uint32_t, transfer_section> targets[] = {
-        {100, FPGA}, {100, MCU}, {1, MCU}, {2, FPGA}};
-    std::atomic<int> answered{0}, timed_out{0}, other{0};
-    std::vector<std::thread> hosts;
-    for (int t = 0; t < 6; ++t) {
-        hosts.emplace_back([&, t] {
-            for (int i = 0; i < 25; ++i) {
-                auto [slot, section] = targets[(t + i) % 4];
-                transfer_op_t op = op_for(slot, section, FRAME_READ, 0x10, 4, 40);
-                op.n_reply_times = 1;
-                const int32_t r = run(op);
-                (r == 8 ? answered : r == kTimeout ? timed_out : other)++;
-            }
-        });
-    }
-    for (auto &h : hosts)
-        h.join();
-    EXPECT_EQ(answered + timed_out, 150);
-    EXPECT_EQ(other, 0);
-    EXPECT_GT(answered, 100);
-    // Every channel is free again: one more request on each is answered (once retried).
-    for (auto [slot, section] : targets) {
-        transfer_op_t op = op_for(slot, section, FRAME_READ, 0x10, 4, 100);
-        op.n_reply_times = 1;
-        EXPECT_EQ(run(op), 8) << slot << section;
-    }
-}
-
 }  // namespace

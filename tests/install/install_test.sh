@@ -1,9 +1,11 @@
 #!/bin/sh
 # install_test.sh <build dir> <consumer source dir> <cmake> <C compiler>
-# Installs the build into a temporary prefix, then builds and runs the consumer host once
-# with pkg-config and once as a CMake project that uses find_package(libtransfer).
+# Installs the build into a temporary prefix, then builds and runs the C host of
+# tests/c_api against it once with pkg-config and once as a CMake project that uses
+# find_package(libtransfer).
 set -eu
 build=$1 src=$2 cmake=$3 cc=$4
+host=$(cd "$src/../../c_api" && pwd)/c_api_host.c
 tmp=$(mktemp -d "${TMPDIR:-/tmp}/transfer-install.XXXXXX")
 trap 'rm -rf "$tmp"' EXIT
 prefix=$tmp/prefix
@@ -24,7 +26,7 @@ if command -v pkg-config >/dev/null 2>&1; then
     export PKG_CONFIG_PATH="$libdir/pkgconfig"
     # shellcheck disable=SC2046 # the flags are meant to split
     "$cc" -std=c11 -Wall -Wextra -Werror -pedantic $(pkg-config --cflags libtransfer) \
-        -o "$tmp/host_pc" "$src/host.c" $(pkg-config --libs libtransfer)
+        -o "$tmp/host_pc" "$host" $(pkg-config --libs libtransfer)
     LD_LIBRARY_PATH="$libdir" "$tmp/host_pc"
 else
     echo "pkg-config not installed: only the CMake package is checked"
@@ -32,7 +34,7 @@ fi
 
 # The CMake build records an RPATH into the prefix; libtransfer.so finds the rest itself.
 "$cmake" -S "$src" -B "$tmp/consumer" -DCMAKE_C_COMPILER="$cc" \
-    -DCMAKE_PREFIX_PATH="$prefix" >"$tmp/configure.log" || {
+    -DCMAKE_PREFIX_PATH="$prefix" -DHOST_SOURCE="$host" >"$tmp/configure.log" || {
     cat "$tmp/configure.log"
     exit 1
 }
