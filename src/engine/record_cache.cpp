@@ -29,7 +29,7 @@ int g_count = 0;
 }  // namespace
 
 InFlight *record_take() {
-    {
+    if constexpr (kKept > 0) {
         std::lock_guard<std::mutex> lock(g_lock);
         if (g_count > 0) return g_kept[--g_count];
     }
@@ -38,7 +38,7 @@ InFlight *record_take() {
 
 void record_give(InFlight *x) {
     if (x == nullptr) return;
-    {
+    if constexpr (kKept > 0) {
         std::lock_guard<std::mutex> lock(g_lock);
         if (g_count < kKept) {
             g_kept[g_count++] = x;
