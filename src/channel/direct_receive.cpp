@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -29,23 +28,6 @@ namespace {
 std::unique_ptr<std::atomic<int>[]> g_owners;
 int32_t g_n_owners = 0;
 std::atomic<int> g_n_inside{0};
-
-// Settled: a reply on loopback or a short cable comes within tens of microseconds, so the
-// caller looks for it without sleeping for the first 40 us, sparing the wake-up of a
-// sleeping thread (about as long as the round trip itself). Only with more than one CPU
-// online: on one, the look would keep the CPU from whatever else is to run.
-constexpr int64_t kSpinNs = 40000;
-
-int64_t spin_window_ns() {
-    static const int64_t n_window = sysconf(_SC_NPROCESSORS_ONLN) > 1 ? kSpinNs : 0;
-    return n_window;
-}
-
-int64_t spin_now_ns() {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
 
 // Counts a caller in while it may use the table; false (counted out again) once the
 // engine stops.
@@ -146,12 +128,9 @@ void receive_until_released(InFlight *x) {
     if (!g_owners[n_channel].compare_exchange_strong(n_free, n_wake, std::memory_order_acq_rel))
         return;
     receive_pause(Receiver::kNet, n_channel, n_sock);
-    const int64_t n_spin_end = spin_now_ns() + spin_window_ns();
     while (!released(x) && !stopping()) {
         pollfd fds[2] = {{n_sock, POLLIN, 0}, {n_wake, POLLIN, 0}};
-        const int n_wait = spin_now_ns() < n_spin_end ? 0 : -1;
-        const int n_ready = poll(fds, 2, n_wait);
-        if (n_ready <= 0) continue;
+        if (poll(fds, 2, -1) < 0) continue;
         if ((fds[1].revents & POLLIN) != 0) {
             uint64_t n_count = 0;
             ssize_t ignored = read(n_wake, &n_count, sizeof n_count);
