@@ -10,14 +10,15 @@ namespace {
 // Settled: at most 32 records (about 600 KB) are kept; a burst beyond that goes back to
 // the allocator. Sanitizer builds keep none, so a record used after its end is still
 // caught there.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kKept = 0;
-#elif defined(__has_feature)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)  // GCC
+#define RECORD_CACHE_OFF 1
+#elif defined(__has_feature)  // clang
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr int kKept = 0;
-#else
-constexpr int kKept = 32;
+#define RECORD_CACHE_OFF 1
 #endif
+#endif
+#ifdef RECORD_CACHE_OFF
+constexpr int kKept = 0;
 #else
 constexpr int kKept = 32;
 #endif
