@@ -62,7 +62,7 @@ struct Options {
     std::string case_name;
     std::string metrics;
     double idle_seconds = 10;
-    int rounds = 3;
+    int rounds = 5;
 };
 
 bool parse(int argc, char **argv, Options *o) {
@@ -221,7 +221,9 @@ int drive(Options o, const std::string &self) {
                                    o.log_level + " into " + ctx.out_dir + "/engine.log)";
     report.settings["serial device"] =
         ctx.serial_device == "sim" ? "board_sim --pty" : "pty master served by the bench";
-    report.settings["rounds"] = std::to_string(o.rounds) + " (best run of each case counts)";
+    report.settings["rounds"] =
+        std::to_string(o.rounds) +
+        " (figures of a case: its best run; ratios: the median of the round-by-round ratios)";
     report.settings["window"] = std::to_string(ctx.seconds) + " s per throughput case";
     int failures = 0;
     std::map<std::string, int> best_round;
@@ -238,6 +240,7 @@ int drive(Options o, const std::string &self) {
             ++failures;
             return;
         }
+        report.round_rates[name][round] = m["rate"];
         auto &best = report.cases[name];
         if (best.empty() || m["rate"] > best["rate"]) {
             best = m;

@@ -21,22 +21,25 @@ plot d.'lat_engine.dat' using 1:2 with lines lw 2 lc 1 title 'libtransfer (one U
      d.'lat_pingpong_hog.dat' using 1:2 with lines lw 2 lc 2 dt 2 title 'ping-pong, cores busy', \
      d.'lat_modbus_hog.dat' using 1:2 with lines lw 2 lc 3 dt 2 title 'libmodbus, cores busy'
 
-set output dir . '/scaling.png'
-set multiplot layout 1,2 title 'Scaling'
-set title 'CPU per request vs requests accepted at once'
-set xlabel 'requests accepted at once (log scale)'
-set ylabel 'CPU microseconds'
-set logscale x
-set yrange [0:*]
-set key bottom left Left reverse
-plot d.'scaling.dat' using 1:2 with linespoints lw 2 pt 7 title 'process, per request', \
-     d.'scaling.dat' using 1:4 with linespoints lw 2 pt 5 title 'monitor thread, per wake-up'
-set title 'Aggregate rate vs channels'
-set xlabel 'channels (one board each)'
-set ylabel 'requests per second'
-unset logscale x
-set xrange [0:*]
-set key top left Left reverse
-plot d.'parallel.dat' using 1:2 with linespoints lw 2 pt 7 title 'libtransfer', \
-     d.'pingpong_parallel.dat' using 1:2 with linespoints lw 2 pt 5 title 'ping-pong, a thread per board'
-unset multiplot
+# Only when the scaling and parallel cases ran (--only may leave them out).
+if (system('test -s '.d.'scaling.dat && test -s '.d.'parallel.dat && echo 1') eq '1') {
+    set output dir . '/scaling.png'
+    set multiplot layout 1,2 title 'Scaling'
+    set title 'CPU per request vs requests accepted at once'
+    set xlabel 'requests accepted at once (log scale)'
+    set ylabel 'CPU microseconds'
+    set logscale x
+    set yrange [0:*]
+    set key bottom left Left reverse
+    plot d.'scaling.dat' using 1:2 with linespoints lw 2 pt 7 title 'process, per request', \
+         d.'scaling.dat' using 1:4 with linespoints lw 2 pt 5 title 'monitor thread, per wake-up'
+    set title 'Aggregate rate vs channels'
+    set xlabel 'channels (one board each)'
+    set ylabel 'requests per second'
+    unset logscale x
+    set xrange [0:*]
+    set key top left Left reverse
+    plot d.'parallel.dat' using 1:2 with linespoints lw 2 pt 7 title 'libtransfer', \
+         d.'pingpong_parallel.dat' using 1:2 with linespoints lw 2 pt 5 title 'ping-pong, a thread per board'
+    unset multiplot
+}

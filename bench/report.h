@@ -27,6 +27,9 @@ struct Row {
 struct Report {
     std::map<std::string, std::string> settings;  // log level, serial device, ...
     std::map<std::string, Metrics> cases;         // best run of each case
+    // The rate of every round of a compared case, by round: cases of one group run one
+    // after the other in each round, so a ratio of two of them is taken round by round.
+    std::map<std::string, std::map<int, double>> round_rates;
     std::vector<Row> rows;
 };
 

@@ -86,10 +86,15 @@ struct ThreadWake {
     ThreadWake &operator=(const ThreadWake &) = delete;
 };
 
+// The calling thread's wake descriptor once it has one (a plain thread-local copy, so
+// that looking at it makes nothing).
+thread_local int t_own_wake = -1;
+
 // The calling thread's wake descriptor, made (or taken from those kept) on first use.
 int thread_wake_fd() {
     static thread_local ThreadWake wake;
     if (wake.fd < 0) wake.fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    t_own_wake = wake.fd;
     return wake.fd;
 }
 
@@ -149,7 +154,10 @@ void receive_until_released(InFlight *x) {
 void wake_direct_receiver(uint32_t n_channel) {
     if (!g_owners || n_channel >= static_cast<uint32_t>(g_n_owners)) return;
     const int n_wake = g_owners[n_channel].fetch_add(0, std::memory_order_acq_rel);
-    if (n_wake < 0) return;
+    // The owner itself ends requests while it serves the channel: it looks at its own
+    // request again anyway before it waits, so it needs no wake-up (a write, then a read
+    // and another poll, per round trip).
+    if (n_wake < 0 || n_wake == t_own_wake) return;
     const uint64_t n_one = 1;
     ssize_t ignored = write(n_wake, &n_one, sizeof n_one);
     (void)ignored;

@@ -15,8 +15,9 @@ namespace board_sim {
 namespace {
 
 constexpr size_t kMaxDatagram = 65536;
-// Bounded so that one flooded board cannot starve the others.
-constexpr int kDatagramsPerWakeup = 64;
+// One datagram per readiness: the wait is level-triggered, so a board with more waiting
+// is reported ready again, in turn with the others; no read ends in EAGAIN.
+constexpr int kDatagramsPerWakeup = 1;
 
 class UdpTransport : public Transport {
   public:
