@@ -13,6 +13,7 @@
 
 #include "common/cli.h"
 #include "sdk_log.h"
+#include "transfer_errors.h"
 #include "transfer_server.h"
 #include "transfer_tool/channels.h"
 #include "transfer_tool/options.h"
@@ -180,8 +181,8 @@ int tool_main(int argc, char **argv) {
     std::string config = where.transfer_config;
     const int32_t ret = sdk_transfer_init(&slot, req.op.n_slot <= 0xFF ? 1 : 0, config.data());
     if (ret != 0) {
-        fprintf(stderr, "transfer_tool: cannot start the transfer engine with %s: %d (%s)\n",
-                config.c_str(), ret, explain_code(ret).c_str());
+        fprintf(stderr, "transfer_tool: cannot start the transfer engine with %s: %s (%d)\n",
+                config.c_str(), sdk_strerror(ret), ret);
         return kExitStartup;
     }
     Configuration configured;
