@@ -42,14 +42,21 @@ void print_hex(FILE *out, const uint8_t *data, size_t len) {
     }
 }
 
+int status_of(int32_t result, const Reply &reply) {
+    if (result == SDK_ERR_TIMEOUT) return kExitTimeout;
+    if (result < 0) return kExitRefused;
+    return reply.has_error_code && reply.error_code != 0 ? kExitBoardError : kExitDone;
+}
+
 int print_outcome(FILE *out, FILE *err, uint32_t index, const std::string &summary, int32_t result,
                   const Reply &reply, double ms) {
-    if (result == SDK_ERR_TIMEOUT) {
+    const int status = status_of(result, reply);
+    if (status == kExitTimeout) {
         fprintf(err, "#%u %s: timed out after %.1f ms (no reply from the board)\n", index,
                 summary.c_str(), ms);
         return kExitTimeout;
     }
-    if (result < 0) {
+    if (status == kExitRefused) {
         fprintf(err, "#%u %s: failed: %s (%d)\n", index, summary.c_str(), sdk_strerror(result),
                 result);
         return kExitRefused;
@@ -59,12 +66,10 @@ int print_outcome(FILE *out, FILE *err, uint32_t index, const std::string &summa
     if (reply.has_error_code) fprintf(out, ", board error code %d", reply.error_code);
     fputc('\n', out);
     print_hex(out, reply.data.data(), reply.data.size());
-    if (reply.has_error_code && reply.error_code != 0) {
+    if (status == kExitBoardError)
         fprintf(err, "#%u %s: the board answered with error code %d\n", index, summary.c_str(),
                 reply.error_code);
-        return kExitBoardError;
-    }
-    return kExitDone;
+    return status;
 }
 
 }  // namespace transfer_tool
