@@ -245,8 +245,9 @@ SDK_API int32_t sdk_request_get_state(transfer_op_t *p_st_header);
 SDK_API int32_t sdk_request_free(transfer_op_t *p_st_header);
 
 /* Builds the engine's containers in start-up order: report queue, channel send queues,
- * monitor lists, send lists, receiving-card queues, label lists. Once, after channel
- * set-up and before any worker thread. 0 or the first failing step's code. */
+ * monitor lists, send lists, receiving-card queues, label lists, the channels' counters
+ * (zeroed). Once, after channel set-up and before any worker thread. 0 or the first
+ * failing step's code. */
 SDK_API int32_t sdk_transfer_containers_init(void);
 
 /* Sender thread body: sends the head frame of every listed queue whose channel, card
@@ -318,6 +319,34 @@ SDK_API int32_t sdk_transfer_init(char *slot, uint32_t slotnum, char *transfer_p
  * containers are freed. sdk_transfer_init may then run again. 0, also when the engine
  * was not started. Not to be called from a worker thread. */
 SDK_API int32_t sdk_transfer_exit(void);
+
+/* ---- counters ---- */
+
+/* The counters of one channel since start-up. */
+typedef struct {
+    int32_t n_transfer_id;        /* index in g_st_transfer.st_info */
+    int32_t n_slot;
+    json_type_tbl n_type;         /* UDP, UART, REPORT_UDP, ...; 0: no configured entry */
+    int32_t n_opened;             /* 1 when the channel's endpoint is open */
+    uint64_t n_frames_sent;       /* request frames sent the first time */
+    uint64_t n_retransmissions;   /* request frames sent again */
+    uint64_t n_polls;             /* poll frames sent (writes confirmed by polling) */
+    uint64_t n_replies_matched;   /* replies that found their request */
+    uint64_t n_replies_unmatched; /* replies no request waited for: unknown label or late */
+    uint64_t n_bad_frames;        /* frames dropped: length, frame type or body wrong */
+    uint64_t n_timeouts;          /* requests ended as timed out */
+    uint64_t n_reports_queued;
+    uint64_t n_reports_dropped;   /* reports refused: queue full or push failed */
+} sdk_transfer_stats_t;
+
+SDK_STATIC_ASSERT(sizeof(sdk_transfer_stats_t) == 16 + 9 * 8, "sdk_transfer_stats_t layout");
+
+/* Copies the counters of the first n_max channels (channel order) into p_stats and returns
+ * the number of channels in the table (which may exceed n_max); 0 when the engine is not
+ * started; -4004 for NULL with n_max > 0. Counting takes no lock: each count is read
+ * atomically, the record as a whole is not a snapshot. Not concurrently with
+ * sdk_transfer_exit or a start-up call. */
+SDK_API int32_t sdk_transfer_get_stats(sdk_transfer_stats_t *p_stats, uint32_t n_max);
 
 /* Report thread body: select over the opened REPORT_UDP channels, then
  * sdk_report_recv_manage, then a 1000-microsecond pause. Never returns. */

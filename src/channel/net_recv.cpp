@@ -20,6 +20,7 @@
 #include "codec/codec.h"
 #include "channel/net_datagram.h"
 #include "engine/reply.h"
+#include "engine/stats.h"
 #include "engine/request_state.h"
 
 namespace {
@@ -97,6 +98,7 @@ int32_t match(uint32_t n_channel, const uint8_t *b, const Reply &r) {
         n_ret = sdk_get_member_form_lable(e_kind, 0, 0, &st_node, n_lable, n_channel);
     }
     if (n_ret != sdk::kOk) {
+        sdk::count(n_channel, sdk::Count::kUnmatched);
         TLOGE("ERROR packet, n_ret: %d , pid: %d", n_ret, getpid());
         return n_ret;
     }
@@ -137,6 +139,7 @@ int32_t physical_recv(uint8_t *p_rbuf, uint32_t n_transfer_id, bool b_wait) {
 bool recv_datagram(uint32_t n_channel, const uint8_t *b, uint32_t n, int32_t *p_ret) {
     Reply r;
     const int32_t n_parse = parse(b, n, &r);
+    if (n_parse != sdk::kOk) sdk::count(n_channel, sdk::Count::kBadFrame);
     if (n_parse < 0) *p_ret = n_parse;
     if (n_parse != sdk::kOk) return false;
     *p_ret = match(n_channel, b, r);

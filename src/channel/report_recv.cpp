@@ -12,6 +12,7 @@
 #include "channel/receive_loop.h"
 #include "codec/codec.h"
 #include "engine/state.h"
+#include "engine/stats.h"
 #include "codec/layout.h"
 
 namespace {
@@ -30,12 +31,14 @@ bool serve_channel(uint32_t n_channel, int32_t *p_ret) {
     if (n_recv < 0) return false;
     const auto n_len = static_cast<uint32_t>(n_recv);
     if (n_len < SDK_FRAME_HEADER_LEN) {
+        sdk::count(n_channel, sdk::Count::kBadFrame);
         TLOGE(" max num error code %d", sdk::kErrRefused);
         *p_ret = sdk::kErrRefused;
         return false;
     }
     const uint32_t n_frame_len = sdk::codec::length_field(arr_buf) + 10u;
     if (n_frame_len != n_len) {
+        sdk::count(n_channel, sdk::Count::kBadFrame);
         TLOGE(" %d %d error code %d", n_frame_len, n_len, sdk::kErrRefused);
         *p_ret = sdk::kErrRefused;
         return false;
@@ -43,9 +46,11 @@ bool serve_channel(uint32_t n_channel, int32_t *p_ret) {
     *p_ret = sdk_report_queue_push(&g_st_report_queue, arr_buf, n_len,
                                    static_cast<uint32_t>(g_st_transfer.st_info[n_channel].n_slot));
     if (*p_ret != sdk::kOk) {
+        sdk::count(n_channel, sdk::Count::kReportDropped);
         LOGE(LOG_REPORT, "error code %d", *p_ret);
         return false;
     }
+    sdk::count(n_channel, sdk::Count::kReportQueued);
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include "engine/state.h"
 #include "codec/codec.h"
 #include "engine/reply.h"
+#include "engine/stats.h"
 
 namespace {
 
@@ -82,6 +83,7 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
         if (n_left < SDK_FRAME_HEADER_LEN) return static_cast<int32_t>(n_offset);
         const uint32_t n_body = sdk::codec::length_field(f);
         if (n_body > kMaxFrameLenField) {
+            sdk::count(n_transfer_id, sdk::Count::kBadFrame);
             TLOGE("frame len error");
             n_offset = resync(p_buf, n_offset + 2, n_len);
             continue;
@@ -89,6 +91,7 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
         const uint32_t n_frame = n_body + SDK_FRAME_HEADER_LEN;
         if (n_left < n_frame) return static_cast<int32_t>(n_offset);
         if (sdk::codec::frame_type(f) != FRAME_SLOT) {
+            sdk::count(n_transfer_id, sdk::Count::kBadFrame);
             TLOGE("UNKNOW FRAME_SLOT");
             TLOGE("st_request_header = NULL");
             n_offset += n_frame;
@@ -100,14 +103,17 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
             const int32_t n_ret = sdk_report_queue_push(&g_st_report_queue, p_buf + n_offset,
                                                         n_frame, static_cast<uint32_t>(ch.n_slot));
             if (n_ret != sdk::kOk) {
+                sdk::count(n_transfer_id, sdk::Count::kReportDropped);
                 LOGE(LOG_REPORT, "error code %d", n_ret);
                 return static_cast<int32_t>(n_offset);
             }
+            sdk::count(n_transfer_id, sdk::Count::kReportQueued);
             n_offset += n_frame;
             continue;
         }
         sdk::Reply st_reply;
         if (!reply_of(f, n_frame, &st_reply)) {
+            sdk::count(n_transfer_id, sdk::Count::kBadFrame);
             n_offset += n_frame;
             continue;
         }
@@ -115,6 +121,8 @@ SDK_API int32_t sdk_uart_recv_manage(uint8_t *p_buf, uint32_t n_len, int32_t n_t
         if (sdk_get_member_form_lable(PACKET_VIDEO, 0, 0, &st_node, sdk::codec::lable(f),
                                       static_cast<uint32_t>(n_transfer_id)) == sdk::kOk) {
             sdk::deliver_reply(st_node.p_list, st_reply, false);
+        } else {
+            sdk::count(n_transfer_id, sdk::Count::kUnmatched);
         }
         n_offset += n_frame;
     }

@@ -4,6 +4,7 @@
 #include "common/result.h"
 #include "transfer_server.h"
 #include "engine/state.h"
+#include "engine/stats.h"
 
 extern "C" {
 
@@ -15,6 +16,7 @@ SDK_API int32_t sdk_transfer_containers_init(void) {
     if (n_ret == 0) n_ret = sdk_rvcard_queue_manage_init(&g_st_transfer);
     if (n_ret == 0) n_ret = sdk_lable_list_manage_init(&g_st_transfer);
     if (n_ret == 0 && !sdk::direct_receive_setup(true)) n_ret = sdk::kErrNoMemory;
+    if (n_ret == 0 && !sdk::stats_setup(g_st_transfer.n_num)) n_ret = sdk::kErrNoMemory;
     if (n_ret != 0) TLOGE("error code %d", n_ret);
     return n_ret;
 }

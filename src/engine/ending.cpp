@@ -9,6 +9,7 @@
 #include "engine/deadlines.h"
 #include "engine/request_state.h"
 #include "engine/state.h"
+#include "engine/stats.h"
 
 namespace sdk {
 
@@ -32,6 +33,7 @@ bool end_locked(InFlight *x, packet_state e_final, Why why, send_queue_t **pp_ne
     }
     state_store(g, e_final);
     if (why == Why::kDone && !expects_reply(g)) p->st_recv_data.n_len = 0;
+    if (why != Why::kDone) count(g->n_channel_id, Count::kTimedOut);
     if (why == Why::kPollTimeout) TLOGE("packet time out %d ", g->n_timeout);
     if (why == Why::kTimeout) {
         TLOGE("time out lable: %02x %02x p_packet->p_packet.e_state [%d] ", g->n_send_lable & 0xFFu,

@@ -21,6 +21,7 @@
 #include "engine/request_state.h"
 #include "engine/send.h"
 #include "engine/state.h"
+#include "engine/stats.h"
 #include "transfer_server.h"
 
 namespace {
@@ -65,6 +66,7 @@ void send_polling_frame(packet_general_data_t *g, uint16_t n_lable) {
     rvcard_polling_packet_t st_frame;
     sdk::codec::encode_poll(n_lable, g->n_eth_id, g->n_recvcard_id, &st_frame);
     sdk_physical_send(reinterpret_cast<uint8_t *>(&st_frame), sizeof(st_frame), g->n_channel_id);
+    sdk::count(g->n_channel_id, sdk::Count::kPolled);
     g->st_polling_time = sdk::clock_now();
 }
 
@@ -188,6 +190,7 @@ SDK_API int32_t sdk_reply_send(packet_data_t *p_packet) {
     TLOGI("timeout reply send");
     sdk_physical_send(p_packet->st_send_data.arr_buf, p_packet->st_send_data.n_len,
                       g->n_channel_id);
+    sdk::count(g->n_channel_id, sdk::Count::kRetransmitted);
     g->st_start_time = sdk::clock_now();
     return 0;
 }

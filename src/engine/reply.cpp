@@ -1,6 +1,7 @@
 // The end of a request on its reply: the receive paths (network and serial) take the
 // request's label, then hand the reply over here, which stores it and ends the request at
 // once (the monitor is not involved), sending the channel's next frame.
+#include "engine/stats.h"
 #include "engine/reply.h"
 
 #include <pthread.h>
@@ -29,7 +30,12 @@ void deliver_reply(packet_data_t *p, const Reply &r, bool b_card_device) {
         MutexLock wait_lock(&p->st_wait_lock);
         MutexLock send_lock(&p->p_packet.st_lock);
         x->b_labelled = false;  // its label has just been taken
-        if (state_final(state_load(&p->p_packet))) return;
+        // Late: its time-out ended it while the reply was on its way.
+        if (state_final(state_load(&p->p_packet))) {
+            count(p->p_packet.n_channel_id, Count::kUnmatched);
+            return;
+        }
+        count(p->p_packet.n_channel_id, Count::kMatched);
         if (b_card_device == r.b_card_body) {
             memcpy(p->st_recv_data.arr_buf, r.p_data, r.n_len);
             p->st_recv_data.n_len = r.n_len;

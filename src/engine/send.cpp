@@ -10,6 +10,7 @@
 #include "engine/deadlines.h"
 #include "engine/request_state.h"
 #include "engine/state.h"
+#include "engine/stats.h"
 
 namespace sdk {
 
@@ -63,6 +64,7 @@ void send_locked(queue_general_data_t *qg, packet_general_data_t *g, data_buf_t 
     // off their queue are listed: a reply can never be matched to a request still queued.
     list_label(qg, g);
     sdk_physical_send(d->arr_buf, d->n_len, static_cast<uint32_t>(qg->n_channel_id));
+    count(qg->n_channel_id, Count::kSent);
     g->st_send_time = clock_now();
     state_move(g, PACKET_WAIT_SEND, PACKET_SEND_END);
     deadline_set(x, first_deadline(g));

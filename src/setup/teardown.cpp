@@ -14,6 +14,7 @@
 #include "transfer_server.h"
 #include "engine/record_cache.h"
 #include "engine/state.h"
+#include "engine/stats.h"
 #include "uart.h"
 
 namespace {
@@ -122,6 +123,7 @@ void engine_teardown() {
     free(g_st_transfer.st_info);
     memset(static_cast<void *>(&g_st_transfer), 0, sizeof(g_st_transfer));
     record_cache_drain();
+    stats_free();
 }
 
 }  // namespace sdk

@@ -8,6 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstring>
@@ -185,6 +186,27 @@ long ms_between(Clock::time_point a, Clock::time_point b) {
     return std::chrono::duration_cast<milliseconds>(b - a).count();
 }
 
+// A channel's counters, in the order sent, retransmitted, polls, replies matched,
+// unmatched, bad frames, time-outs.
+using Counts = std::array<uint64_t, 7>;
+Counts counts_of(int32_t channel) {
+    sdk_transfer_stats_t s[8];
+    EXPECT_EQ(sdk_transfer_get_stats(s, 8), 6);
+    EXPECT_EQ(s[channel].n_transfer_id, channel);
+    const sdk_transfer_stats_t &c = s[channel];
+    return {c.n_frames_sent,       c.n_retransmissions, c.n_polls,   c.n_replies_matched,
+            c.n_replies_unmatched, c.n_bad_frames,      c.n_timeouts};
+}
+// What the counters of `channel` gained while `steps` ran.
+Counts counted(int32_t channel, const std::function<void()> &steps) {
+    const Counts before = counts_of(channel);
+    steps();
+    Counts after = counts_of(channel);
+    for (size_t i = 0; i < after.size(); ++i)
+        after[i] -= before[i];
+    return after;
+}
+
 class Engine : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -224,8 +246,12 @@ class Engine : public ::testing::Test {
 // out finds nothing and spoils nothing.
 TEST_F(Engine, AcknowledgedRequestsAndALateReply) {
     FakeBoard board("127.0.1.1", 7003, [](auto &, size_t i) { return i == 0 ? 150 : 0; });
-    EXPECT_EQ(run(op_for(1, MCU, FRAME_READ, 0x50, 4, 50)), kTimeout);
-    ASSERT_TRUE(wait_until([&] { return board.replies_sent.load() == 1; }));
+    const Counts late = counted(3, [&] {
+        EXPECT_EQ(run(op_for(1, MCU, FRAME_READ, 0x50, 4, 50)), kTimeout);
+        ASSERT_TRUE(wait_until([&] { return board.replies_sent.load() == 1; }));
+        ASSERT_TRUE(wait_until([] { return counts_of(3)[4] > 0; }));
+    });
+    EXPECT_EQ(late, (Counts{1, 0, 0, 0, 1, 0, 1}));
     ASSERT_EQ(run(op_for(1, MCU, FRAME_WRITE, 0x60, 4), nullptr, "LATE"),
               4);  // error, length
     std::string reply;
@@ -240,7 +266,7 @@ TEST_F(Engine, UnansweredFrameIsSentReplyTimesPlusOneThenTimesOut) {
     transfer_op_t op = op_for(100, MCU, FRAME_READ, 0x20, 4, 80);
     op.n_reply_times = 2;
     const auto t0 = Clock::now();
-    EXPECT_EQ(run(op), kTimeout);
+    EXPECT_EQ(counted(1, [&] { EXPECT_EQ(run(op), kTimeout); }), (Counts{1, 2, 0, 0, 0, 0, 1}));
     EXPECT_GE(ms_between(t0, Clock::now()), 3 * 80 - 5);
     const auto frames = board.frames();
     ASSERT_EQ(frames.size(), 3u);
@@ -255,7 +281,9 @@ TEST_F(Engine, UnansweredFrameIsSentReplyTimesPlusOneThenTimesOut) {
 TEST_F(Engine, ReplyLongerThanItsLengthFieldIsDropped) {
     FakeBoard board("127.0.0.2", 7000);
     board.pad = 1;
-    EXPECT_EQ(run(op_for(100, FPGA, FRAME_READ, 0x10, 4, 100)), kTimeout);
+    EXPECT_EQ(
+        counted(0, [] { EXPECT_EQ(run(op_for(100, FPGA, FRAME_READ, 0x10, 4, 100)), kTimeout); }),
+        (Counts{1, 0, 0, 0, 0, 1, 1}));
     EXPECT_EQ(board.replies_sent.load(), 1u);
 }
 
@@ -280,7 +308,8 @@ TEST_F(Engine, PolledCardWriteRepeatsThePollWithOneLabelUntilAnswered) {
                     [&](const Bytes &f, size_t) { return is_poll(f) && ++polls <= 2 ? -1 : 0; });
     transfer_op_t op = no_ack(card_op(1, 3, FRAME_WRITE), 0, 20);
     op.n_timeout = 1000;
-    EXPECT_EQ(run(op, nullptr, "zz"), 0);
+    EXPECT_EQ(counted(2, [&] { EXPECT_EQ(run(op, nullptr, "zz"), 0); }),
+              (Counts{1, 0, 3, 1, 0, 0, 0}));
     const auto frames = board.frames();
     ASSERT_EQ(frames.size(), 4u);
     EXPECT_FALSE(is_poll(frames[0].first));
