@@ -192,6 +192,7 @@ int tool_main(int argc, char **argv) {
     }
     int status = run_entries(entries, format, batch);
     if (timing.report_wait_ms > 0) print_reports(timing.report_wait_ms, format);
+    if (tool.stats) print_stats(stdout, format);
     if (fflush(stdout) != 0 || ferror(stdout)) {
         fprintf(stderr, "transfer_tool: cannot write the results to standard output\n");
         if (status == kExitDone) status = kExitStartup;

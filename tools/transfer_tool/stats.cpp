@@ -1,6 +1,7 @@
 // The channel counters of the engine (--stats), as a table or as JSON objects.
 #include <cjson/cJSON.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "transfer_server.h"
