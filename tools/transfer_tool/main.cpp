@@ -78,8 +78,8 @@ int32_t start_engine(const std::vector<Entry> &entries, Configuration *configure
             slots += static_cast<char>(slot);
     }
     std::string config = where.transfer_config;
-    const int32_t ret = sdk_transfer_init(slots.empty() ? nullptr : slots.data(),
-                                          static_cast<uint32_t>(slots.size()), config.data());
+    const int32_t ret =
+        sdk_transfer_init(slots.data(), static_cast<uint32_t>(slots.size()), config.data());
     if (ret != 0) {
         *error = "cannot start the transfer engine with " + config + ": " + sdk_strerror(ret) +
                  " (" + std::to_string(ret) + ")";

@@ -121,7 +121,7 @@ bool take_tool_options(std::vector<std::string> *args, ToolOptions *out, std::st
         } else if (i > 0 && a == "--stats") {
             out->stats = true;
         } else if (i > 0 && a == "-f") {
-            if (i + 1 >= args->size()) {
+            if (i + 1 >= args->size() || (*args)[i + 1].empty()) {
                 *error = "option -f needs a file (- for standard input)";
                 return false;
             }

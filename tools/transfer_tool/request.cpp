@@ -163,6 +163,7 @@ int parse_request(const std::vector<std::string> &words, const Timing &timing, R
     // The parser takes a vector it may reorder; it gets copies of the words.
     std::vector<std::string> copies = words;
     std::vector<char *> argv;
+    argv.reserve(copies.size() + 1);
     for (auto &w : copies)
         argv.push_back(w.data());
     argv.push_back(nullptr);
