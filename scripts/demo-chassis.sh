@@ -110,6 +110,9 @@ else
     echo "the simulated flash differs from the image"
 fi
 
+step "A board check in one process: a batch file, one result line per request, then the channel counters"
+run "$tool" -f config/demo_batch.txt --stats
+
 step "What the boards saw"
 kill "${pids[0]}"
 wait "${pids[0]}" 2>/dev/null

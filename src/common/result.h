@@ -1,22 +1,24 @@
-// Result codes shared by the units.
+// Result codes shared by the units: the public names of transfer_errors.h.
 #pragma once
 
 #include <cstdint>
 
+#include "transfer_errors.h"
+
 namespace sdk {
 
-constexpr int32_t kOk = 0;
-constexpr int32_t kErrPortRecord = -1;  // receiving-card queue without port record
-constexpr int32_t kErrSection = -3;     // section neither FPGA nor MCU; list count 0
-constexpr int32_t kErrNoMemory = -5;
-constexpr int32_t kErrConfig = -1000;
-constexpr int32_t kErrLog = -2000;
-constexpr int32_t kErrRecv = -3000;
-constexpr int32_t kErrRefused = -4000;
-constexpr int32_t kErrTimeout = -4001;
-constexpr int32_t kErrNullBuffer = -4004;
-constexpr int32_t kErrFrameTooLong = -4006;
-constexpr int32_t kErrNoLabel = -4008;
-constexpr int32_t kErrNoDevice = 14;  // configuration without "device"
+constexpr int32_t kOk = SDK_OK;
+constexpr int32_t kErrPortRecord = SDK_ERR_PORT_RECORD;
+constexpr int32_t kErrSection = SDK_ERR_SECTION;
+constexpr int32_t kErrNoMemory = SDK_ERR_NO_MEMORY;
+constexpr int32_t kErrConfig = SDK_ERR_CONFIG;
+constexpr int32_t kErrLog = SDK_ERR_LOG;
+constexpr int32_t kErrRecv = SDK_ERR_RECV;
+constexpr int32_t kErrRefused = SDK_ERR_REFUSED;
+constexpr int32_t kErrTimeout = SDK_ERR_TIMEOUT;
+constexpr int32_t kErrNullBuffer = SDK_ERR_NULL_BUFFER;
+constexpr int32_t kErrFrameTooLong = SDK_ERR_FRAME_TOO_LONG;
+constexpr int32_t kErrNoLabel = SDK_ERR_NO_LABEL;
+constexpr int32_t kErrNoDevice = SDK_ERR_NO_DEVICE;
 
 }  // namespace sdk

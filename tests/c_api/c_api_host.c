@@ -8,6 +8,7 @@
 #include "mio_json.h"
 #include "mio_sdfile.h"
 #include "sdk_log.h"
+#include "transfer_errors.h"
 #include "transfer_manage.h"
 #include "transfer_server.h"
 #include "uart.h"
@@ -23,7 +24,7 @@ int main(void) {
         "\"max_slot\":100,\"id_offset\":0}}}");
     int ok = root != NULL && sdk_device_transfer_mem_init(root) == 0 && g_st_transfer.n_num == 2;
     mio_json_delete(root);
-    if (!ok) return 1;
+    if (!ok || strcmp(sdk_strerror(SDK_ERR_TIMEOUT), "timed out") != 0) return 1;
     g_st_transfer.st_info[0].n_type = UDP;
 
     transfer_op_t op = {0};

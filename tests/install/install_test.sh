@@ -14,7 +14,7 @@ prefix=$tmp/prefix
     cat "$tmp/install.log"
     exit 1
 }
-for h in isp.h mio_json.h mio_sdfile.h sdk_log.h transfer_manage.h transfer_server.h uart.h; do
+for h in isp.h mio_json.h mio_sdfile.h sdk_log.h transfer_errors.h transfer_manage.h transfer_server.h uart.h; do
     [ -f "$prefix/include/transfer/$h" ] || { echo "not installed: include/transfer/$h"; exit 1; }
 done
 pc=$(find "$prefix" -name libtransfer.pc)

@@ -117,6 +117,9 @@ TEST_F(Programs, RefusedCommandLines) {
         {"transfer_tool", "-s 1 -E 2", 2, "-E '2': must be 0 (read) or 1 (write)"},
         {"transfer_tool", "-s S", 2, "-s: the slot identifier has 513 characters, at most 511"},
         {"transfer_tool", "-s 1 -P L", 2, "-P: the path has 2"},
+        {"transfer_tool", "--json -f", 2, "option -f needs a file (- for standard input)"},
+        {"transfer_tool", "-f D", 1, " is not a regular file"},
+        {"transfer_tool", "-f F -s 1", 2, "with -f the requests come from"},
     };
     for (const auto &c : cases) {
         const auto run = run_tool(c.tool, tools_test::split(c.args, words),

@@ -2,6 +2,9 @@
 // private network namespace that ctest runs this program in.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
+#include "mio_json.h"
 #include "run_tool.h"
 #include "support/netns_helpers.h"
 #include "support/sim_process.h"
@@ -100,4 +103,87 @@ TEST(TransferTool, RunsAgainstTheSimulatedBoards) {
     while (!line.empty() &&
            line.find("poll of receiving card 5 behind port 1") == std::string::npos);
     EXPECT_NE(line, "") << "no poll traced";
+}
+
+// A batch runs through one engine start-up and answers every request line in order, a
+// bad line on its own result line; the exit status is the worst. Read from a file and
+// from standard input, as text and as JSON, with the counters of the channel used.
+TEST(TransferTool, RunsABatch) {
+    SKIP_OUTSIDE_PRIVATE_NETNS();
+    const std::string tool = tools_test::tool_path("transfer_tool");
+    if (tool.empty()) GTEST_SKIP() << "TRANSFER_BINARY_DIR not set: run through ctest";
+    sdk::test::TempDir dir;
+    const std::vector<std::string> env = {"TRANSFER_CONFIG=" + dir.write("chassis.json", kChassis),
+                                          "TRANSFER_ZLOG_CONFIG=" + dir.path() + "/none"};
+    const std::string batch = dir.write("batch.txt",
+                                        " # board check\n"
+                                        "-s 100 -R 0x1000 -E 1 -L 4 -d 0x12 0x34 0x56\n"
+                                        "-s 100 -x\n"
+                                        "-s 7 -R 0x10\n"
+                                        "\n"
+                                        "\t-s 100  -R 0x1000 -L 4\r\n");
+    sdk::test::SimProcess sim({"--udp", "127.0.0.2:6300", "--udp", "127.0.0.3:6300"});
+    ASSERT_TRUE(sim.wait_ready());
+    // -1 and "-": the member is absent (a line that did not become a request).
+    const struct {
+        int line, slot, addr, length, status, code;
+        const char *op, *data, *text;
+    } results[] = {
+        {2, 100, 0x1000, 4, 0, 0, "write", "", "write 4 bytes at 0x00001000 of slot 100 FPGA 0: 0"},
+        {3, -1, -1, -1, 2, -1, "-", "-", "unknown option -x (status 2)"},
+        {4, 7, 0x10, 4, 3, -4000, "read", "",
+         "slot 7 FPGA 0 is not in the configuration (status 3)"},
+        {6, 100, 0x1000, 4, 0, 0, "read", "12345600", "board error code 0: 12 34 56 00"},
+    };
+    const std::string from_stdin = "exec \"$0\" -f - --stats <\"$1\"";
+    for (const auto &args : {std::vector<std::string>{"-f", batch},
+                             std::vector<std::string>{"-c", from_stdin, tool, batch}}) {
+        const auto run = run_tool(args[0] == "-f" ? "transfer_tool" : "/bin/sh", args, env);
+        EXPECT_EQ(run.status, 3) << run.out << run.err;
+        std::istringstream out(run.out);
+        std::string line;
+        for (const auto &r : results) {
+            ASSERT_TRUE(std::getline(out, line)) << run.out;
+            EXPECT_EQ(line.rfind("line " + std::to_string(r.line) + ": ", 0), 0u) << line;
+            EXPECT_NE(line.find(r.text), std::string::npos) << line;
+        }
+        // Only the second run asked for the counters.
+        EXPECT_EQ(std::getline(out, line) && line.find("matched") != std::string::npos,
+                  args[0] != "-f")
+            << run.out;
+    }
+    // As JSON, then the counters: the write and the read went out on channel 0 and were
+    // answered; channel 1 (the MCU) is open but idle.
+    const auto run = run_tool("transfer_tool", {"--json", "-f", batch, "--stats"}, env);
+    EXPECT_EQ(run.status, 3) << run.err;
+    std::istringstream out(run.out);
+    std::string line;
+    for (const auto &r : results) {
+        ASSERT_TRUE(std::getline(out, line)) << run.out;
+        mio_json *j = mio_json_fromstring(line.c_str());
+        ASSERT_NE(j, nullptr) << line;
+        const auto text = [j](const char *key) {
+            const char *v = mio_json_getobjectitemstr(j, key);
+            return std::string(v != nullptr ? v : "-");
+        };
+        EXPECT_EQ(mio_json_getobjectitemint(j, "line"), r.line) << line;
+        EXPECT_EQ(mio_json_getobjectitemint(j, "slot"), r.slot) << line;
+        EXPECT_EQ(mio_json_getobjectitemint(j, "addr"), r.addr) << line;
+        EXPECT_EQ(mio_json_getobjectitemint(j, "length"), r.length) << line;
+        EXPECT_EQ(mio_json_getobjectitemint(j, "status"), r.status) << line;
+        EXPECT_EQ(mio_json_getobjectitemint(j, "code"), r.code) << line;
+        EXPECT_EQ(text("op"), r.op) << line;
+        EXPECT_EQ(text("data"), r.data) << line;
+        EXPECT_EQ(text("error").empty(), r.status == 0) << line;
+        mio_json_delete(j);
+    }
+    for (const auto &[channel, sent] : {std::pair{0, 2}, std::pair{1, 0}}) {
+        ASSERT_TRUE(std::getline(out, line)) << run.out;
+        mio_json *j = mio_json_fromstring(line.c_str());
+        EXPECT_EQ(mio_json_getobjectitemint(j, "channel"), channel) << line;
+        EXPECT_EQ(mio_json_getobjectitemint(j, "frames_sent"), sent) << line;
+        EXPECT_EQ(mio_json_getobjectitemint(j, "replies_matched"), sent) << line;
+        mio_json_delete(j);
+    }
+    EXPECT_FALSE(std::getline(out, line)) << line;
 }

@@ -2,22 +2,26 @@
 // through the transfer engine, and prints the reply.
 //
 // The command line is the library's (cmd_parse_recvcard, usage with -h); the files come
-// from TRANSFER_CONFIG and TRANSFER_ZLOG_CONFIG (see print_help_notes).
+// from TRANSFER_CONFIG and TRANSFER_ZLOG_CONFIG (see print_help_notes). With -f the
+// requests come one a line from a file and share one engine start-up.
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <vector>
 
-#include "common/cli.h"
 #include "sdk_log.h"
+#include "transfer_errors.h"
 #include "transfer_server.h"
+#include "transfer_tool/batch.h"
 #include "transfer_tool/channels.h"
 #include "transfer_tool/options.h"
+#include "transfer_tool/output.h"
 #include "transfer_tool/request.h"
 #include "transfer_tool/result.h"
+#include "transfer_tool/runner.h"
 
 using namespace transfer_tool;
 
@@ -51,152 +55,144 @@ void start_logging(const Locations &where) {
                 path.c_str());
 }
 
-// Whether channel `id` is set up and open.
-bool channel_open(int32_t id) {
-    if (id < 0 || id >= g_st_transfer.n_num) return false;
-    const transfer_data_t &ch = g_st_transfer.st_info[id];
-    return ch.n_type != 0 && ch.n_fd >= 0 && ch.n_state != 0;
+// One request of the run: from the command line (line 0) or a batch line.
+struct Entry {
+    uint32_t line = 0;
+    int status = kExitDone;  // non-zero: refused before the engine, for `error`
+    std::string error;
+    Request req;
+};
+
+// Starts the engine with the sub-card slots of the requests (channels of sub cards open
+// only for the slots listed) and reads the configuration back. 0, or the code of the
+// failed start-up (kExitStartup for a configuration it cannot read back) with a message.
+int32_t start_engine(const std::vector<Entry> &entries, Configuration *configured,
+                     std::string *error) {
+    const Locations where = locations();
+    start_logging(where);
+    std::string slots;
+    for (const auto &e : entries) {
+        const uint32_t slot = e.req.op.n_slot;
+        if (e.status == kExitDone && slot <= 0xFF &&
+            slots.find(static_cast<char>(slot)) == std::string::npos)
+            slots += static_cast<char>(slot);
+    }
+    std::string config = where.transfer_config;
+    const int32_t ret =
+        sdk_transfer_init(slots.data(), static_cast<uint32_t>(slots.size()), config.data());
+    if (ret != 0) {
+        *error = "cannot start the transfer engine with " + config + ": " + sdk_strerror(ret) +
+                 " (" + std::to_string(ret) + ")";
+        return ret;
+    }
+    if (!read_configuration(config, configured, error)) return kExitStartup;
+    report_missing_serial(*configured);
+    return 0;
 }
 
-// Why a request for this target cannot be routed, when the channel table tells.
-void explain_refusal(const transfer_op_t &op, int32_t channel) {
-    if (channel < 0) {
-        fprintf(stderr, "transfer_tool: slot %u %s %u is not in the configuration\n", op.n_slot,
-                op.e_mode == FPGA ? "FPGA" : "MCU", op.n_mode_id);
-    } else if (g_st_transfer.st_info[channel].n_type == 0) {
-        fprintf(stderr, "transfer_tool: channel %d (slot %u) has no entry in the configuration\n",
-                channel, op.n_slot);
-    } else if (!channel_open(channel)) {
-        fprintf(stderr,
-                "transfer_tool: channel %d (slot %u) is not open (UDP channels open only while "
-                "eth0 is up; a serial device must exist)\n",
-                channel, op.n_slot);
-    }
-}
-
-// Says once which configured serial devices start-up could not open (the engine keeps
-// such a channel with a negative descriptor and no name).
-void report_missing_serial(const Configuration &config) {
-    for (const auto &c : config.channels) {
-        if (c.type != UART || c.id < 0 || c.id >= g_st_transfer.n_num) continue;
-        const transfer_data_t &ch = g_st_transfer.st_info[c.id];
-        if (ch.n_type != UART || ch.n_fd >= 0) continue;
-        fprintf(stderr, "transfer_tool: cannot open serial device %s of slot %u %s %u\n",
-                c.address.c_str(), c.slot, c.section == FPGA ? "FPGA" : "MCU", c.index);
-    }
-}
-
-int run(const Request &req) {
-    using Clock = std::chrono::steady_clock;
-    const int32_t channel = sdk_get_transfer_map_id(req.op);
-    const bool has_code = channel_open(channel) &&
-                          reply_has_error_code(g_st_transfer.st_info[channel].n_type, req.op);
-    static char reply[SDK_DATA_BUF_LEN];
-    std::vector<uint8_t> wdata = req.payload;
-    std::vector<uint8_t> last;
-    bool got_reply = false;
-    int status = kExitDone;
-    for (uint32_t i = 1; i <= req.count; ++i) {
-        transfer_op_t op = req.op;
-        const auto start = Clock::now();
-        int32_t r = sdk_request(wdata.empty() ? nullptr : reinterpret_cast<char *>(wdata.data()),
-                                static_cast<uint32_t>(wdata.size()), &op);
-        if (r == 0) r = sdk_request_wait(reply, &op);
-        const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-        const Reply rep = split_reply(reinterpret_cast<uint8_t *>(reply), r, has_code);
-        const int s = print_outcome(stdout, stderr, i, req.summary, r, rep, ms);
-        if (s == kExitRefused) {
-            explain_refusal(req.op, channel);
-            return s;
-        }
-        if (status == kExitDone) status = s;
-        if (r >= 0) {
-            last = rep.data;
-            got_reply = true;
-        }
-    }
-    if (!req.output_file.empty() && got_reply) {
-        std::string error;
-        if (!tool_common::write_file(req.output_file, last.data(), last.size(), &error)) {
-            fprintf(stderr, "transfer_tool: %s\n", error.c_str());
-            return kExitStartup;
-        }
-        printf("reply data (%zu bytes) written to %s\n", last.size(), req.output_file.c_str());
-    }
-    return status;
-}
-
-// Lists the reports queued since start-up: slot, length and the frame in hex.
-void print_reports(uint32_t wait_ms) {
+// Lists the reports queued since start-up.
+void print_reports(uint32_t wait_ms, Format format) {
     usleep(static_cast<useconds_t>(wait_ms) * 1000u);
     static report_queue_data_t rec;
     int n = 0;
     while (sdk_report_queue_get_first(&rec, sdk_get_report_queue()) == 0) {
         sdk_report_queue_pull(sdk_get_report_queue());
-        printf("report %d from slot %u, %u bytes:\n", ++n, rec.n_slot, rec.n_len);
-        print_hex(stdout, rec.arr_buf, rec.n_len);
+        print_report(stdout, format, ++n, rec);
     }
-    printf("%d report%s received in %u ms\n", n, n == 1 ? "" : "s", wait_ms);
+    if (format != Format::kJson)
+        printf("%d report%s received in %u ms\n", n, n == 1 ? "" : "s", wait_ms);
+}
+
+// Runs the entries on one engine; a batch prints a result for every entry (kLines or
+// kJson), the command line's single entry prints as before. The worst status.
+int run_entries(const std::vector<Entry> &entries, Format format, bool batch) {
+    int worst = kExitDone;
+    Configuration configured;
+    std::string engine_error;
+    const bool any = std::any_of(entries.begin(), entries.end(),
+                                 [](const Entry &e) { return e.status == kExitDone; });
+    const int32_t init = any ? start_engine(entries, &configured, &engine_error) : SDK_OK;
+    if (init != 0) {
+        fprintf(stderr, "transfer_tool: %s\n", engine_error.c_str());
+        if (!batch) return kExitStartup;
+    }
+    for (const auto &e : entries) {
+        Outcome o;
+        o.line = e.line;
+        o.status = e.status;
+        o.error = e.error;
+        const Request *req = nullptr;
+        if (e.status == kExitDone) {
+            req = &e.req;
+            o.error = init == 0 ? check_target(configured, e.req.op) : engine_error;
+            o.status = o.error.empty() ? kExitDone : init == 0 ? kExitRefused : kExitStartup;
+            o.code = init == 0 ? (o.error.empty() ? SDK_OK : SDK_ERR_REFUSED) : init;
+        }
+        if (req != nullptr && o.status == kExitDone) {
+            worst = std::max(worst, run(e.req, e.line, format));
+        } else {
+            worst = std::max(worst, o.status);
+            if (batch || format == Format::kJson)
+                print_result(stdout, format, req, o);
+            else
+                fprintf(stderr, "transfer_tool: %s: refused\n", o.error.c_str());
+        }
+    }
+    return worst;
 }
 
 int tool_main(int argc, char **argv) {
-    Scan scan;
+    std::vector<std::string> args(argv, argv + argc);
+    ToolOptions tool;
     std::string error;
-    if (!scan_arguments(argc, argv, &scan, &error)) return usage_error(error);
-    if (scan.help) {
-        print_usage();
-        return kExitDone;
-    }
-    if (argc < 2) return usage_error("nothing to do");
-    recvcard_struct cmd;
-    set_defaults(&cmd);
-    cmd_parse_recvcard(&cmd, argc, argv);
-
+    if (!take_tool_options(&args, &tool, &error)) return usage_error(error);
+    const bool batch = !tool.batch.empty();
+    const Format format = tool.json ? Format::kJson : batch ? Format::kLines : Format::kClassic;
     Timing timing;
     if (!timing_from_env(&timing, &error)) return usage_error(error);
-    Payload payload;
-    payload.data_given = scan.data_given;
-    payload.data = scan.data;
-    payload.file_given = cmd.file_path[0] != 0;
-    if (payload.file_given && cmd.n_e_code == FRAME_WRITE) {
-        // Never more than one frame can carry: -L bytes of the file, or all of a file
-        // that fits.
-        const size_t max = max_write_data(cmd.n_body_type);
-        const size_t take = cmd.n_length == kLengthUnset ? tool_common::kWholeFile
-                                                         : std::min<size_t>(cmd.n_length, max);
-        if (!tool_common::read_file(cmd.file_path, max, "fit one frame (or give -L)",
-                                    &payload.file_data, &error, take)) {
+
+    std::vector<Entry> entries;
+    if (batch) {
+        if (args.size() > 1)
+            return usage_error("with -f the requests come from " + tool.batch + ", not '" +
+                               args[1] + "'");
+        std::vector<BatchLine> lines;
+        if (!read_batch(tool.batch, &lines, &error)) {
             fprintf(stderr, "transfer_tool: %s\n", error.c_str());
             return kExitStartup;
         }
+        for (const auto &l : lines) {
+            Entry e;
+            e.line = l.number;
+            e.error = l.error;
+            e.status = l.error.empty() ? kExitDone : kExitUsage;
+            bool help = false;
+            if (e.status == kExitDone)
+                e.status = parse_request(l.words, timing, &e.req, &help, &e.error);
+            if (help) {
+                e.status = kExitUsage;
+                e.error = "-h is not a request";
+            }
+            entries.push_back(std::move(e));
+        }
+    } else {
+        Entry e;
+        bool help = false;
+        e.status = parse_request(args, timing, &e.req, &help, &error);
+        if (help) {
+            print_usage();
+            return kExitDone;
+        }
+        if (e.status == kExitUsage) return usage_error(error);
+        if (e.status != kExitDone) {
+            fprintf(stderr, "transfer_tool: %s\n", error.c_str());
+            return e.status;
+        }
+        entries.push_back(std::move(e));
     }
-    Request req;
-    if (!build_request(cmd, payload, timing, &req, &error)) return usage_error(error);
-
-    const Locations where = locations();
-    start_logging(where);
-    // Sub-card channels open only for the slots listed here: list the target's.
-    char slot = static_cast<char>(req.op.n_slot);
-    std::string config = where.transfer_config;
-    const int32_t ret = sdk_transfer_init(&slot, req.op.n_slot <= 0xFF ? 1 : 0, config.data());
-    if (ret != 0) {
-        fprintf(stderr, "transfer_tool: cannot start the transfer engine with %s: %d (%s)\n",
-                config.c_str(), ret, explain_code(ret).c_str());
-        return kExitStartup;
-    }
-    Configuration configured;
-    if (!read_configuration(config, &configured, &error)) {
-        fprintf(stderr, "transfer_tool: %s\n", error.c_str());
-        return kExitStartup;
-    }
-    report_missing_serial(configured);
-    const std::string beyond = check_target(configured, req.op);
-    if (!beyond.empty()) {
-        fprintf(stderr, "transfer_tool: %s: refused\n", beyond.c_str());
-        return kExitRefused;
-    }
-    int status = run(req);
-    if (timing.report_wait_ms > 0) print_reports(timing.report_wait_ms);
+    int status = run_entries(entries, format, batch);
+    if (timing.report_wait_ms > 0) print_reports(timing.report_wait_ms, format);
+    if (tool.stats) print_stats(stdout, format);
     if (fflush(stdout) != 0 || ferror(stdout)) {
         fprintf(stderr, "transfer_tool: cannot write the results to standard output\n");
         if (status == kExitDone) status = kExitStartup;

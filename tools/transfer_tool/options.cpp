@@ -112,6 +112,32 @@ char find_long(const std::string &name) {
 
 }  // namespace
 
+bool take_tool_options(std::vector<std::string> *args, ToolOptions *out, std::string *error) {
+    std::vector<std::string> rest;
+    for (size_t i = 0; i < args->size(); ++i) {
+        const std::string &a = (*args)[i];
+        if (i > 0 && a == "--json") {
+            out->json = true;
+        } else if (i > 0 && a == "--stats") {
+            out->stats = true;
+        } else if (i > 0 && a == "-f") {
+            if (i + 1 >= args->size() || (*args)[i + 1].empty()) {
+                *error = "option -f needs a file (- for standard input)";
+                return false;
+            }
+            out->batch = (*args)[++i];
+        } else {
+            rest.push_back(a);
+            // A value given as the next word is the option's, whatever it looks like.
+            const bool takes_value =
+                a.size() == 2 && a[0] == '-' && strchr(kShortWithValue, a[1]) != nullptr;
+            if (i > 0 && takes_value && i + 1 < args->size()) rest.push_back((*args)[++i]);
+        }
+    }
+    *args = std::move(rest);
+    return true;
+}
+
 Locations locations() {
     Locations l;
     l.transfer_config = env_or("TRANSFER_CONFIG", TRANSFER_TOOL_DEFAULT_CONFIG);
@@ -213,6 +239,10 @@ void print_help_notes(FILE *out) {
             "  -P write: file with the data to send (a regular file of at most one frame's\n"
             "  data, or -L bytes of it); read: file that receives the reply data\n"
             "  -A 1 no acknowledgement   -C repeat count (default 1)   -h, --help this text\n"
+            "  -f FILE  one request per line (- standard input; # comments; words split at\n"
+            "  blanks, no quoting), one engine start-up, one result line per request line\n"
+            "  --json  results as JSON objects, one a line   --stats  channel counters after\n"
+            "  the requests\n"
             "Numbers are decimal, 0x hexadecimal or 0-prefixed octal, whole and in range;\n"
             "anything else is refused, as is a path of more than 254 characters.\n"
             "The engine must reach the boards: on a machine without them, run board_sim with\n"
@@ -229,7 +259,8 @@ void print_help_notes(FILE *out) {
             "                        reports the boards sent meanwhile (default 0: none)\n"
             "Exit status: 0 done, 1 configuration, start-up or file error, 2 bad command line,\n"
             "3 request refused (also: a device index the configuration does not give the\n"
-            "board), 4 timed out, 5 the board answered with an error code.\n",
+            "board), 4 timed out, 5 the board answered with an error code; of a batch, the\n"
+            "highest of its requests.\n",
             l.transfer_config.c_str(), TRANSFER_TOOL_DEFAULT_CONFIG, l.zlog_config.c_str(),
             TRANSFER_TOOL_DEFAULT_ZLOG);
 }

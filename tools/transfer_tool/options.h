@@ -32,6 +32,17 @@ struct Timing {
 // The timing from the environment; false with a message for a malformed value.
 bool timing_from_env(Timing *out, std::string *error);
 
+// The tool's own options, taken out of the vector before the library's parser sees it.
+struct ToolOptions {
+    std::string batch;   // -f FILE: one request per line ("-" standard input); "" none
+    bool json = false;   // --json: results (and counters) as JSON objects, one a line
+    bool stats = false;  // --stats: the channel counters after the requests
+};
+
+// Removes -f FILE, --json and --stats from `args` (the program name first), skipping the
+// values of the library's options. False with a message for -f without a file.
+bool take_tool_options(std::vector<std::string> *args, ToolOptions *out, std::string *error);
+
 // What the scan of the argument vector found.
 struct Scan {
     bool help = false;          // -h or --help seen

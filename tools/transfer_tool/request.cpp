@@ -1,9 +1,11 @@
 #include "transfer_tool/request.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 #include "common/cli.h"
+#include "transfer_tool/result.h"
 
 namespace transfer_tool {
 
@@ -154,6 +156,45 @@ bool build_request(const recvcard_struct &cmd, const Payload &payload, const Tim
     r.summary = summary_of(r);
     *out = std::move(r);
     return true;
+}
+
+int parse_request(const std::vector<std::string> &words, const Timing &timing, Request *out,
+                  bool *help, std::string *error) {
+    // The parser takes a vector it may reorder; it gets copies of the words.
+    std::vector<std::string> copies = words;
+    std::vector<char *> argv;
+    argv.reserve(copies.size() + 1);
+    for (auto &w : copies)
+        argv.push_back(w.data());
+    argv.push_back(nullptr);
+    const int argc = static_cast<int>(copies.size());
+    Scan scan;
+    if (!scan_arguments(argc, argv.data(), &scan, error)) return kExitUsage;
+    *help = scan.help;
+    if (scan.help) return kExitDone;
+    if (argc < 2) {
+        *error = "nothing to do";
+        return kExitUsage;
+    }
+    recvcard_struct cmd;
+    set_defaults(&cmd);
+    cmd_parse_recvcard(&cmd, argc, argv.data());
+
+    Payload payload;
+    payload.data_given = scan.data_given;
+    payload.data = scan.data;
+    payload.file_given = cmd.file_path[0] != 0;
+    if (payload.file_given && cmd.n_e_code == FRAME_WRITE) {
+        // Never more than one frame can carry: -L bytes of the file, or all of a file
+        // that fits.
+        const size_t max = max_write_data(cmd.n_body_type);
+        const size_t take = cmd.n_length == kLengthUnset ? tool_common::kWholeFile
+                                                         : std::min<size_t>(cmd.n_length, max);
+        if (!tool_common::read_file(cmd.file_path, max, "fit one frame (or give -L)",
+                                    &payload.file_data, error, take))
+            return kExitStartup;
+    }
+    return build_request(cmd, payload, timing, out, error) ? kExitDone : kExitUsage;
 }
 
 uint32_t max_write_data(uint32_t body_type) {

@@ -40,6 +40,13 @@ struct Payload {
 bool build_request(const recvcard_struct &cmd, const Payload &payload, const Timing &timing,
                    Request *out, std::string *error);
 
+// The whole way from the words of one request (the program name first) to the request:
+// checks, the library's parser, the file of a -P write. kExitDone with the request;
+// kExitDone with *help set for -h; kExitUsage or, for an unreadable file, kExitStartup
+// with a message.
+int parse_request(const std::vector<std::string> &words, const Timing &timing, Request *out,
+                  bool *help, std::string *error);
+
 // The most data one write frame can carry for body type `body_type` (-B).
 uint32_t max_write_data(uint32_t body_type);
 

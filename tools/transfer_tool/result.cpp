@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "transfer_errors.h"
+
 namespace transfer_tool {
 
 bool reply_has_error_code(json_type_tbl channel_type, const transfer_op_t &op) {
@@ -40,39 +42,23 @@ void print_hex(FILE *out, const uint8_t *data, size_t len) {
     }
 }
 
-std::string explain_code(int32_t code) {
-    switch (code) {
-        case -3:
-            return "no such section";
-        case -5:
-            return "out of memory";
-        case -1000:
-            return "configuration file missing, unreadable or malformed";
-        case -2000:
-            return "logging could not be initialised";
-        case -4000:
-            return "refused: no route to the target";
-        case -4001:
-            return "timed out";
-        case -4006:
-            return "frame too long";
-        case 14:
-            return "configuration without \"device\"";
-        default:
-            return "refused";
-    }
+int status_of(int32_t result, const Reply &reply) {
+    if (result == SDK_ERR_TIMEOUT) return kExitTimeout;
+    if (result < 0) return kExitRefused;
+    return reply.has_error_code && reply.error_code != 0 ? kExitBoardError : kExitDone;
 }
 
 int print_outcome(FILE *out, FILE *err, uint32_t index, const std::string &summary, int32_t result,
                   const Reply &reply, double ms) {
-    if (result == -4001) {
+    const int status = status_of(result, reply);
+    if (status == kExitTimeout) {
         fprintf(err, "#%u %s: timed out after %.1f ms (no reply from the board)\n", index,
                 summary.c_str(), ms);
         return kExitTimeout;
     }
-    if (result < 0) {
-        fprintf(err, "#%u %s: failed with %d (%s)\n", index, summary.c_str(), result,
-                explain_code(result).c_str());
+    if (status == kExitRefused) {
+        fprintf(err, "#%u %s: failed: %s (%d)\n", index, summary.c_str(), sdk_strerror(result),
+                result);
         return kExitRefused;
     }
     fprintf(out, "#%u %s: %zu data byte%s in %.3f ms", index, summary.c_str(), reply.data.size(),
@@ -80,12 +66,10 @@ int print_outcome(FILE *out, FILE *err, uint32_t index, const std::string &summa
     if (reply.has_error_code) fprintf(out, ", board error code %d", reply.error_code);
     fputc('\n', out);
     print_hex(out, reply.data.data(), reply.data.size());
-    if (reply.has_error_code && reply.error_code != 0) {
+    if (status == kExitBoardError)
         fprintf(err, "#%u %s: the board answered with error code %d\n", index, summary.c_str(),
                 reply.error_code);
-        return kExitBoardError;
-    }
-    return kExitDone;
+    return status;
 }
 
 }  // namespace transfer_tool

@@ -36,8 +36,9 @@ Reply split_reply(const uint8_t *buf, int32_t len, bool has_error_code);
 // Lines of 16 bytes: "  0000  12 34 ...  |.4..|".
 void print_hex(FILE *out, const uint8_t *data, size_t len);
 
-// A short explanation of a negative code of sdk_request or sdk_transfer_init.
-std::string explain_code(int32_t code);
+// The exit status of a request that ended with `result` (what sdk_request or
+// sdk_request_wait returned) and `reply`.
+int status_of(int32_t result, const Reply &reply);
 
 // Prints the outcome of request number `index` (from 1) that took `ms` milliseconds and
 // returns its exit status. `result` is what sdk_request_wait returned.
