@@ -8,7 +8,9 @@ packages=(cmake g++ make pkg-config libcjson-dev libgtest-dev libgmock-dev iprou
           stm32flash "$@")
 optional=(tshark)
 # (With a second architecture installed, a plain name can be ambiguous to dpkg.)
-installed() { dpkg -s "$1" >/dev/null 2>&1 || dpkg -s "$1:$(dpkg --print-architecture)" >/dev/null 2>&1; }
+installed() {
+    dpkg -s "$1" >/dev/null 2>&1 || dpkg -s "$1:$(dpkg --print-architecture)" >/dev/null 2>&1
+}
 missing=()
 for p in "${packages[@]}"; do
     installed "$p" || missing+=("$p")

@@ -26,8 +26,11 @@ for f in etc/transfer/transfer.json etc/transfer/zlog.conf share/transfer/wiresh
     [ -f "$prefix/$f" ] || { echo "not installed: $f"; exit 1; }
 done
 echo '{"changed": 1}' >"$prefix/etc/transfer/transfer.json"
-"$cmake" --install "$build" --prefix "$prefix" >"$tmp/install.log" || { cat "$tmp/install.log"; exit 1; }
-grep -q changed "$prefix/etc/transfer/transfer.json" || { echo "transfer.json overwritten"; exit 1; }
+"$cmake" --install "$build" --prefix "$prefix" >"$tmp/install.log" || {
+    cat "$tmp/install.log"
+    exit 1
+}
+grep -q changed "$prefix/etc/transfer/transfer.json" || { echo "transfer.json replaced"; exit 1; }
 for tool in transfer_tool mcu_upgrade; do
     [ -x "$prefix/bin/$tool" ] || continue
     env -i "$prefix/bin/$tool" -h >"$tmp/usage" 2>&1 || { cat "$tmp/usage"; exit 1; }

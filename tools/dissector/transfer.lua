@@ -7,8 +7,9 @@
 --
 -- Registration: the UDP port table, on two preferences (Edit > Preferences > Protocols >
 -- TRANSFER, or -o transfer.ports:... / -o transfer.report_ports:...). "ports" are the
--- boards' request ports: a datagram sent to one is a request, one sent from one is a
--- reply. "report_ports" are the report channels' ports: every frame there is a report.
+-- boards' request ports: a datagram sent to one from another port is a request, one sent
+-- from one to another port a reply; between two such ports the labels tell (see
+-- classify). "report_ports" are the report channels' ports: every frame there is a report.
 -- The defaults are the ports of config/example_transfer.json and config/demo_transfer.json.
 --
 -- Every multi-byte field is little-endian. Each checksum is computed again and shown as
@@ -62,7 +63,7 @@ local F = {
     checksum = ProtoField.uint16("transfer.checksum", "Checksum", base.HEX),
     checksum_calc = ProtoField.uint16("transfer.checksum.computed", "Checksum computed", base.HEX),
     checksum_status = ProtoField.string("transfer.checksum.status", "Checksum"),
-    poll_frame = ProtoField.framenum("transfer.poll_frame", "Answers the poll in frame"),
+    request_frame = ProtoField.framenum("transfer.request_frame", "Answers the frame"),
 }
 local fields = {}
 for _, f in pairs(F) do fields[#fields + 1] = f end
@@ -140,8 +141,10 @@ local function add_checksum(tvb, tree, offset, computed, f_value, f_calc, f_stat
     return right
 end
 
--- Polls seen, by label: a reply with the same label later on answers one.
-local polls = {}
+-- Requests seen, by label and direction: "label from>to" gives the frame and whether it
+-- was a poll. Kinds given, by frame number: the GUI dissects frames again, in any order.
+local requests = {}
+local kinds = {}
 
 local function frame_header(tvb, tree)
     local delimiter = tvb(0, 2):le_uint()
@@ -235,21 +238,48 @@ local function card_reply_body(tvb, tree, frame_len)
     return string.format("port %d, %d data bytes", tvb(12, 2):le_uint(), tvb(22, 2):le_uint())
 end
 
--- What a frame is: a report (report port or report bit), a request (sent to a board's
--- port) or a reply; a receiving-card read of the poll register is a poll.
-local function frame_kind(tvb, pinfo)
+-- What a frame is: a report (report port or report bit); a reply when it comes from a
+-- board's port to another port, or, where the ports do not tell (the library's channels
+-- often use the board's port number on both ends), when it answers an earlier frame with
+-- its label from the other end; else a request, and a poll when it is a receiving-card read
+-- of the poll register. Returns the kind and, for a reply, the frame of its request.
+local function classify(tvb, pinfo)
     local param = tvb(10, 1):uint()
     if in_range(proto.prefs.report_ports, pinfo.src_port) or
         in_range(proto.prefs.report_ports, pinfo.dst_port) or param % 32 >= 16 then
         return "report"
     end
+    local label = tvb(6, 2):le_uint()
+    local here = tostring(pinfo.src) .. ":" .. pinfo.src_port
+    local there = tostring(pinfo.dst) .. ":" .. pinfo.dst_port
+    local asked = requests[label .. " " .. there .. ">" .. here]
+    local own = requests[label .. " " .. here .. ">" .. there]
     local to_board = in_range(proto.prefs.ports, pinfo.dst_port)
-    if not to_board and in_range(proto.prefs.ports, pinfo.src_port) then return "reply" end
-    if param % 16 == 2 and param % 64 < 32 and tvb:len() >= 34 and
-        tvb(28, 4):le_uint() == POLL_REGISTER then
-        return "poll"
+    local from_board = in_range(proto.prefs.ports, pinfo.src_port)
+    local reply
+    if to_board ~= from_board then
+        reply = from_board
+    else
+        reply = asked ~= nil and (own == nil or own.frame < asked.frame)
     end
-    return "request"
+    if reply then
+        if asked == nil then return "reply" end
+        return asked.poll and "poll answer" or "reply", asked.frame
+    end
+    local poll = param % 16 == 2 and param % 64 < 32 and tvb:len() >= 34 and
+                     tvb(28, 4):le_uint() == POLL_REGISTER
+    requests[label .. " " .. here .. ">" .. there] = { frame = pinfo.number, poll = poll }
+    return poll and "poll" or "request"
+end
+
+local function frame_kind(tvb, pinfo)
+    local k = kinds[pinfo.number]
+    if k == nil then
+        local kind, request = classify(tvb, pinfo)
+        k = { kind = kind, request = request }
+        kinds[pinfo.number] = k
+    end
+    return k.kind, k.request
 end
 
 function proto.dissector(tvb, pinfo, root)
@@ -260,13 +290,10 @@ function proto.dissector(tvb, pinfo, root)
         pinfo.cols.info = "Frame too short"
         return
     end
-    local kind = frame_kind(tvb, pinfo)
+    local kind, request = frame_kind(tvb, pinfo)
     local label = tvb(6, 2):le_uint()
-    if kind == "poll" and not pinfo.visited then polls[label] = pinfo.number end
-    local poll = kind == "reply" and polls[label]
-    if poll and poll < pinfo.number then kind = "poll answer" end
     tree:add(F.kind, kind):set_generated()
-    if poll and poll < pinfo.number then tree:add(F.poll_frame, poll):set_generated() end
+    if request then tree:add(F.request_frame, request):set_generated() end
 
     frame_header(tvb, tree)
     request_header(tvb, tree)
@@ -307,6 +334,9 @@ end
 
 function proto.prefs_changed() register_ports() end
 
-function proto.init() polls = {} end
+function proto.init()
+    requests = {}
+    kinds = {}
+end
 
 register_ports()
