@@ -74,3 +74,33 @@ foreach(_tool example_host board_sim isp_sim_pty transfer_tool mcu_upgrade)
     install(TARGETS ${_tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   endif()
 endforeach()
+
+# Example configurations under <sysconfdir>/transfer (etc/transfer of the prefix): the
+# installed tools' defaults transfer.json and zlog.conf (from the examples), and every
+# example under its own name. A file that is already there is the user's: it is kept, never
+# overwritten, and the install step says so.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_SYSCONFDIR}")
+  set(_config_dir "${CMAKE_INSTALL_SYSCONFDIR}/transfer")
+else()
+  set(_config_dir "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_SYSCONFDIR}/transfer")
+endif()
+install(CODE "set(_transfer_config_src \"${PROJECT_SOURCE_DIR}/config\")
+              set(_transfer_config_dir \"\$ENV{DESTDIR}${_config_dir}\")")
+install(CODE [[
+  foreach(_pair example_transfer.json:transfer.json example_zlog.conf:zlog.conf
+                example_transfer.json:example_transfer.json example_zlog.conf:example_zlog.conf
+                demo_transfer.json:demo_transfer.json demo_zlog.conf:demo_zlog.conf)
+    string(REPLACE ":" ";" _pair "${_pair}")
+    list(GET _pair 0 _from)
+    list(GET _pair 1 _to)
+    set(_dest "${_transfer_config_dir}/${_to}")
+    if(EXISTS "${_dest}")
+      message(STATUS "Kept: ${_dest}")
+    else()
+      message(STATUS "Installing: ${_dest}")
+      file(MAKE_DIRECTORY "${_transfer_config_dir}")
+      file(COPY_FILE "${_transfer_config_src}/${_from}" "${_dest}")
+      list(APPEND CMAKE_INSTALL_MANIFEST_FILES "${_dest}")
+    endif()
+  endforeach()
+]])

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/cli.h"
+#include "common/config_path.h"
 #include "mio_json.h"
 
 namespace mcu_upgrade {
@@ -142,7 +143,9 @@ void print_usage(FILE *out) {
 
 std::string transfer_config_path() {
     const char *v = getenv("TRANSFER_CONFIG");
-    return v != nullptr && *v != 0 ? v : MCU_UPGRADE_DEFAULT_CONFIG;
+    return v != nullptr && *v != 0
+               ? v
+               : tool_common::default_config("transfer.json", MCU_UPGRADE_DEFAULT_CONFIG);
 }
 
 bool device_from_config(const std::string &config, uint32_t slot, uint32_t index,

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "common/cli.h"
+#include "common/config_path.h"
 #include "transfer_server.h"
 
 namespace transfer_tool {
@@ -140,8 +141,13 @@ bool take_tool_options(std::vector<std::string> *args, ToolOptions *out, std::st
 
 Locations locations() {
     Locations l;
-    l.transfer_config = env_or("TRANSFER_CONFIG", TRANSFER_TOOL_DEFAULT_CONFIG);
-    l.zlog_config = env_or("TRANSFER_ZLOG_CONFIG", TRANSFER_TOOL_DEFAULT_ZLOG, &l.zlog_from_env);
+    l.transfer_config =
+        env_or("TRANSFER_CONFIG",
+               tool_common::default_config("transfer.json", TRANSFER_TOOL_DEFAULT_CONFIG).c_str());
+    l.zlog_config =
+        env_or("TRANSFER_ZLOG_CONFIG",
+               tool_common::default_config("zlog.conf", TRANSFER_TOOL_DEFAULT_ZLOG).c_str(),
+               &l.zlog_from_env);
     return l;
 }
 
