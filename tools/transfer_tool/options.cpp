@@ -267,8 +267,10 @@ void print_help_notes(FILE *out) {
             "3 request refused (also: a device index the configuration does not give the\n"
             "board), 4 timed out, 5 the board answered with an error code; of a batch, the\n"
             "highest of its requests.\n",
-            l.transfer_config.c_str(), TRANSFER_TOOL_DEFAULT_CONFIG, l.zlog_config.c_str(),
-            TRANSFER_TOOL_DEFAULT_ZLOG);
+            l.transfer_config.c_str(),
+            tool_common::default_config("transfer.json", TRANSFER_TOOL_DEFAULT_CONFIG).c_str(),
+            l.zlog_config.c_str(),
+            tool_common::default_config("zlog.conf", TRANSFER_TOOL_DEFAULT_ZLOG).c_str());
 }
 
 }  // namespace transfer_tool
