@@ -222,6 +222,9 @@ TEST(Isp, ProgrammingRuns) {
         GetCapturedStdout();
         EXPECT_EQ(at.addr, c.verify_stop);
         EXPECT_EQ(at.expected ^ at.found, c.corrupt_at != 0 ? 0xFF : 0);
+        if (c.corrupt_at != 0) {
+            EXPECT_EQ(at.found, held[c.corrupt_at - MCU_ISP_FLASH_BASE]);
+        }
         EXPECT_EQ(mcu_isp_verify_cnt() == 100, c.verified == MCU_ISP_OK);
         const uint8_t last = static_cast<uint8_t>((c.len - 1) % 256);
         EXPECT_TRUE(c.len == 0 || c.verified != MCU_ISP_OK ||
