@@ -160,7 +160,7 @@ int upgrade_main(int argc, char **argv) {
     if (result == MCU_ISP_OK && s.go) result = mcu_isp_go(s.go_address);
     const std::string messages = transcript.close();
     port.close();
-    // The whole run: synchronisation, erase, write and identification of the part.
+    // The whole run: synchronisation, erase, write, verify, naming the part and the Go.
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 
