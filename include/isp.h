@@ -4,12 +4,12 @@
  *
  * The unit opens no port: the host registers a write and a read function for the serial
  * line to the bootloader, then calls mcu_isp with the image, which is written to the
- * internal flash from 0x08000000 upward in blocks of 256 bytes. Messages go to standard
- * output.
+ * internal flash from 0x08000000 upward in blocks of 256 bytes; mcu_isp_verify reads it
+ * back and compares, mcu_isp_go starts the application. Messages go to standard output.
  *
- * Threading: one programming run at a time, in the calling thread, which it blocks (up to
- * 80 s for an extended-erase acknowledgement plus the read function's own time-outs).
- * Another thread may poll mcu_isp_cnt while a run goes on.
+ * Threading: one programming run (or verify, or go) at a time, in the calling thread, which
+ * it blocks (up to 80 s for an extended-erase acknowledgement plus the read function's own
+ * time-outs). Another thread may poll mcu_isp_cnt and mcu_isp_verify_cnt meanwhile.
  */
 #ifndef ISP_H
 #define ISP_H
@@ -50,7 +50,7 @@ typedef enum {
 /* Names of en_mcu_type_t, by value: "MCU_UNKNOWN", "MCU_GD32F303", ... */
 SDK_API extern const char str_mcu_type[MCU_TYPE_NUM][MCU_TYPE_NAME_LEN];
 
-/* Results of mcu_isp. */
+/* Results of mcu_isp, mcu_isp_verify and mcu_isp_go. */
 typedef enum {
     MCU_ISP_OK = 0,
     /* No answer to the synchronisation in 5 attempts, or the acknowledgement of a global
@@ -64,7 +64,15 @@ typedef enum {
     MCU_ISP_ERR_WRITE_REFUSED = -3,
     /* NULL image with a non-zero length, or an image that runs past the 32-bit address
      * space. Nothing was sent. */
-    MCU_ISP_ERR_BAD_IMAGE = -4
+    MCU_ISP_ERR_BAD_IMAGE = -4,
+    /* mcu_isp_verify: a Read Memory exchange was refused (read protection) or not answered
+     * in full (the bootloader stopped answering). The flash was not compared from there on. */
+    MCU_ISP_ERR_READ_FAILED = -5,
+    /* mcu_isp_verify: the flash differs from the image. */
+    MCU_ISP_ERR_VERIFY_MISMATCH = -6,
+    /* mcu_isp_go: the Go command or its address was not acknowledged (refused, or no
+     * answer). */
+    MCU_ISP_ERR_GO_REFUSED = -7
 } mcu_isp_result_e;
 
 /* Flash base the image is written to, and the Write Memory block size. */
@@ -85,6 +93,34 @@ SDK_API int mcu_isp(unsigned char *data, unsigned int len);
  * write; 0 after mcu_isp_cnt_clear. Safe to call from any thread. */
 SDK_API int mcu_isp_cnt(void);
 SDK_API int mcu_isp_cnt_clear(void);
+
+/* Where mcu_isp_verify stopped. */
+typedef struct {
+    uint32_t addr;    /* the first differing address, or the first address of the block whose
+                       * read failed */
+    uint8_t expected; /* the image's byte at addr (a mismatch only) */
+    uint8_t found;    /* the flash's byte at addr (a mismatch only) */
+} mcu_isp_verify_info_t;
+
+/* Read the first len bytes of the flash back from 0x08000000 through a synchronised
+ * bootloader (after mcu_isp) with Read Memory, 256 bytes at a time (the last block asks only
+ * the bytes left), and compare them with data. Stops at the first difference or failure:
+ * MCU_ISP_OK, MCU_ISP_ERR_VERIFY_MISMATCH, MCU_ISP_ERR_READ_FAILED or MCU_ISP_ERR_BAD_IMAGE
+ * (as for mcu_isp). Every read is bounded by the registered read function's time-out. When
+ * where is not NULL, a mismatch or failed read fills it in. */
+SDK_API int mcu_isp_verify(const unsigned char *data, unsigned int len,
+                           mcu_isp_verify_info_t *where);
+
+/* Progress of the current or last verify: the share of the image read back and found equal,
+ * in percent (0 at the start, 100 when all of it matched); 0 after mcu_isp_verify_cnt_clear.
+ * Safe to call from any thread. */
+SDK_API int mcu_isp_verify_cnt(void);
+SDK_API int mcu_isp_verify_cnt_clear(void);
+
+/* Start the application at addr (MCU_ISP_FLASH_BASE for the image of mcu_isp) with the Go
+ * command of a synchronised bootloader: MCU_ISP_OK once the bootloader acknowledged the
+ * address (it no longer answers then), or MCU_ISP_ERR_GO_REFUSED. */
+SDK_API int mcu_isp_go(uint32_t addr);
 
 /* Identify the part behind a synchronised bootloader and print "type: <name>". A part that
  * answers neither the GD32 nor the STM32H750 identifier is taken to be a GD32E503. */

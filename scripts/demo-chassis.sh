@@ -92,7 +92,7 @@ run TRANSFER_TIMEOUT_MS=200 TRANSFER_RETRIES=1 "$tool" -s 2 -D 1 -R 0x10 -E 0 -L
 step "Reports from the main card's report channel and from the backplane's serial line"
 run TRANSFER_REPORT_WAIT_MS=1500 "$tool" -s 100 -D 0 -R 0x1000 -E 0 -L 4
 
-step "Firmware upgrade of an MCU through its serial bootloader (isp_sim_pty)"
+step "Firmware upgrade of an MCU through its serial bootloader (isp_sim_pty): write, read back, start"
 head -c 49152 /dev/urandom >"$work/firmware.bin"
 isp_cmd=("$build/tools/isp_sim/isp_sim_pty" --dump "$work/flash.bin" --exit-with-parent)
 show "${isp_cmd[@]}" ">$work/isp_sim.out &   # its first line is the device"
@@ -101,7 +101,7 @@ isp=$!
 pids+=($isp)
 wait_for_line "$work/isp_sim.out" /dev/
 device=$(head -n1 "$work/isp_sim.out")
-run "$upgrade" -p "$work/firmware.bin" "$device"
+run "$upgrade" -p "$work/firmware.bin" -g 0 "$device"
 kill -USR1 "$isp"
 wait_for_line "$work/isp_sim.out" dumped
 if cmp -s -n 49152 "$work/firmware.bin" "$work/flash.bin"; then
@@ -109,6 +109,13 @@ if cmp -s -n 49152 "$work/firmware.bin" "$work/flash.bin"; then
 else
     echo "the simulated flash differs from the image"
 fi
+echo "A bootloader whose flash spoils a byte once it is written: the verify names it"
+isp_cmd=("$build/tools/isp_sim/isp_sim_pty" --corrupt-at 0x08001234 --exit-with-parent)
+show "${isp_cmd[@]}" ">$work/isp_sim2.out &"
+"${isp_cmd[@]}" >"$work/isp_sim2.out" 2>&1 &
+pids+=($!)
+wait_for_line "$work/isp_sim2.out" /dev/
+run "$upgrade" -p "$work/firmware.bin" "$(head -n1 "$work/isp_sim2.out")"
 
 step "A board check in one process: a batch file, one result line per request, then the channel counters"
 run "$tool" -f config/demo_batch.txt --stats

@@ -16,6 +16,8 @@ constexpr uint8_t kNack = 0x1F;
 constexpr uint8_t kCmdGet = 0x00;
 constexpr uint8_t kCmdGetId = 0x02;
 constexpr uint8_t kCmdGdPid = 0x06;
+constexpr uint8_t kCmdReadMemory = 0x11;
+constexpr uint8_t kCmdGo = 0x21;
 constexpr uint8_t kCmdWriteMemory = 0x31;
 constexpr uint8_t kCmdErase = 0x43;
 constexpr uint8_t kCmdExtendedErase = 0x44;
@@ -37,6 +39,14 @@ void mcu_serial_drain(unsigned int len);
 // Sends cmd and its complement, reads the answer: 0 ACK, -1 NACK, -2 anything else, or the
 // negative result of the read.
 int ack_sendcmd(uint8_t cmd);
+
+// NULL image with a length, or one that runs past the 32-bit address space from the base.
+inline bool bad_image(const unsigned char *data, unsigned int len) {
+    return (data == nullptr && len > 0) || len > 0xFFFFFFFFu - MCU_ISP_FLASH_BASE + 1u;
+}
+
+// Sends an address frame: the address, most significant byte first, and the XOR of its bytes.
+void send_address(uint32_t addr);
 
 // Writes len bytes of buf from addr upward: 0, or MCU_ISP_ERR_WRITE_REFUSED.
 int writememory_2mcu(uint32_t addr, const unsigned char *buf, unsigned int len);

@@ -72,7 +72,7 @@ int global_erase_and_write(const unsigned char *data, unsigned int len) {
 }  // namespace
 
 extern "C" SDK_API int mcu_isp(unsigned char *data, unsigned int len) {
-    if ((data == nullptr && len > 0) || len > 0xFFFFFFFFu - MCU_ISP_FLASH_BASE + 1u) {
+    if (bad_image(data, len)) {
         puts("mcu_isp: invalid image.");
         return MCU_ISP_ERR_BAD_IMAGE;
     }

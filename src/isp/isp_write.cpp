@@ -5,9 +5,6 @@
 
 namespace sdk::isp {
 
-namespace {
-
-// Address frame: the address, most significant byte first, and the XOR of its bytes.
 void send_address(uint32_t addr) {
     unsigned char frame[5] = {
         static_cast<unsigned char>(addr >> 24), static_cast<unsigned char>(addr >> 16),
@@ -15,6 +12,8 @@ void send_address(uint32_t addr) {
     frame[4] = frame[0] ^ frame[1] ^ frame[2] ^ frame[3];
     (void)mcu_serial_write(frame, sizeof(frame));
 }
+
+namespace {
 
 // Length byte (block length - 1) and the data in one write, then the XOR of both.
 void send_block(const unsigned char *block, unsigned int block_len) {

@@ -83,7 +83,8 @@ TEST(Isp, IdentifiesThePartAndItsEraseType) {
 }
 
 // Each run starts on a flash that holds an older firmware (a missing erase would show:
-// flash bits only clear on writing) while another thread polls the progress counter.
+// flash bits only clear on writing) while another thread polls the progress counter. A run
+// that went through is read back and compared, and the application started when it matched.
 TEST(Isp, ProgrammingRuns) {
     const std::vector<uint8_t> long_get = {0x00, 0x01, 0x02, 0x11, 0x21, 0x31, 0x43,
                                            0x44, 0x63, 0x73, 0x82, 0x92, 0x06, 0x07};
@@ -101,6 +102,10 @@ TEST(Isp, ProgrammingRuns) {
         int progress = 0;
         std::vector<const char *> printed = {};
         const char *not_printed = "\x01";
+        uint32_t corrupt_at = 0;  // the byte the flash inverts once written; 0: none
+        int silent_after_reads = -1;
+        int verified = MCU_ISP_OK;
+        uint32_t verify_stop = 0;  // the address where a verify stops
     };
     // clang-format off
     const Case cases[] = {
@@ -135,6 +140,10 @@ TEST(Isp, ProgrammingRuns) {
         // been dropped so that the erase command reads its own ACK.
         {"overlong Get answer", 600, false, false, -1, 0, 0, true, MCU_ISP_OK, 3, 63,
          {"read length overflow.\n"}},
+        {"corrupted last byte", 600, true, false, -1, 0, 0, false, MCU_ISP_OK, 3, 63, {}, "\x01",
+         0x08000257, -1, MCU_ISP_ERR_VERIFY_MISMATCH, 0x08000257},
+        {"silent read-back", 1000, true, false, -1, 0, 0, false, MCU_ISP_OK, 4, 70, {}, "\x01", 0,
+         2, MCU_ISP_ERR_READ_FAILED, 0x08000200},
     };
     // clang-format on
     for (const Case &c : cases) {
@@ -146,6 +155,8 @@ TEST(Isp, ProgrammingRuns) {
         cfg.ignore_syncs = c.ignore_syncs;
         cfg.erase_delay = std::chrono::milliseconds(c.erase_delay_ms);
         if (c.long_get) cfg.get_codes = long_get;
+        if (c.corrupt_at != 0) cfg.corrupt_at = c.corrupt_at;
+        cfg.silent_after_reads = c.silent_after_reads;
         SimulatedMcu mcu(cfg);
         mcu.boot.preload(make_image(c.len, 99), 0x00);
         mcu_isp_cnt_clear();
@@ -157,7 +168,8 @@ TEST(Isp, ProgrammingRuns) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
         });
-        std::vector<uint8_t> image = make_image(c.len);
+        std::vector<uint8_t> image = make_image(c.len), held = image;
+        if (c.corrupt_at != 0) held[c.corrupt_at - MCU_ISP_FLASH_BASE] ^= 0xFF;
         CaptureStdout();
         const int result = mcu_isp(image.data(), static_cast<unsigned int>(image.size()));
         const std::string out = GetCapturedStdout();
@@ -177,7 +189,7 @@ TEST(Isp, ProgrammingRuns) {
         const bool ok = result == MCU_ISP_OK, erased = ok || c.blocks > 0;
         const size_t kept = ok ? c.len : 256 * c.blocks;  // the image's bytes, then erased ones
         const auto &flash = mcu.boot.flash();
-        EXPECT_TRUE(!erased || std::equal(image.begin(), image.begin() + kept, flash.begin()));
+        EXPECT_TRUE(!erased || std::equal(held.begin(), held.begin() + kept, flash.begin()));
         EXPECT_TRUE(!erased || flash[kept] == 0xFF);
         EXPECT_EQ(mcu.boot.stats().mass_erases, erased && c.extended ? 1 : 0);
         EXPECT_EQ(mcu.boot.stats().global_erases, erased && !c.extended ? 1 : 0);
@@ -201,6 +213,24 @@ TEST(Isp, ProgrammingRuns) {
             EXPECT_GE(seen[i], seen[i - 1]);
             EXPECT_LT(seen[i], 90);
         }
+        if (!ok) continue;
+        mcu_isp_verify_info_t at{};
+        CaptureStdout();
+        EXPECT_EQ(mcu_isp_verify(image.data(), static_cast<unsigned int>(c.len), &at), c.verified);
+        const std::vector<uint8_t> sent = mcu.boot.received();  // the last Read Memory's length
+        const int went = mcu_isp_go(MCU_ISP_FLASH_BASE);
+        GetCapturedStdout();
+        EXPECT_EQ(at.addr, c.verify_stop);
+        EXPECT_EQ(at.expected ^ at.found, c.corrupt_at != 0 ? 0xFF : 0);
+        if (c.corrupt_at != 0) {
+            EXPECT_EQ(at.found, held[c.corrupt_at - MCU_ISP_FLASH_BASE]);
+        }
+        EXPECT_EQ(mcu_isp_verify_cnt() == 100, c.verified == MCU_ISP_OK);
+        const uint8_t last = static_cast<uint8_t>((c.len - 1) % 256);
+        EXPECT_TRUE(c.len == 0 || c.verified != MCU_ISP_OK ||
+                    (sent.end()[-2] == last && sent.end()[-1] == uint8_t(~last)));
+        EXPECT_EQ(went, c.silent_after_reads < 0 ? MCU_ISP_OK : MCU_ISP_ERR_GO_REFUSED);
+        EXPECT_EQ(mcu.boot.stats().go_address, went == MCU_ISP_OK ? MCU_ISP_FLASH_BASE : 0);
     }
     EXPECT_EQ(mcu_isp_cnt_clear(), 0);
     EXPECT_EQ(mcu_isp_cnt(), 0);
@@ -227,6 +257,7 @@ TEST(Isp, BadImageAndUnregisteredFunctions) {
     CaptureStdout();
     EXPECT_EQ(mcu_isp(nullptr, 600), MCU_ISP_ERR_BAD_IMAGE);
     EXPECT_EQ(mcu_isp(image, 0xF8000001u), MCU_ISP_ERR_BAD_IMAGE);
+    EXPECT_EQ(mcu_isp_verify(image, 0xF8000001u, nullptr), MCU_ISP_ERR_BAD_IMAGE);
     GetCapturedStdout();
     EXPECT_TRUE(mcu.boot.received().empty());
     EXPECT_EQ(mcu_isp_cnt(), 0);

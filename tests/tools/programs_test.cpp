@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <tuple>
+#include <cstring>
 
 #include "isp_sim/pty_server.h"
 #include "run_tool.h"
@@ -29,40 +29,68 @@ class Programs : public testing::Test {
 
 }  // namespace
 
-// A bootloader that takes the image, one that refuses the erase and a silent one. The
-// part is named only after a read that waits out the time-out (-t 1000): a run timed
-// without it would report about a second less than it took. Explanations of failures
-// come before the programmer's lines; the programmer's chatter stays off standard output.
+// A bootloader that takes the image (verified and started, or not verified), one that
+// corrupts a byte, one that falls silent during the read-back, one that refuses the erase
+// and a silent one. The part is named only after a read that waits out the time-out
+// (-t 1000): a run timed without it would report about a second less than it took.
+// Explanations of failures come before the programmer's lines; the programmer's chatter
+// stays off standard output.
 TEST_F(Programs, McuUpgradeAgainstTheBootloader) {
-    isp_sim::Config good, refusing, silent;
+    isp_sim::Config good, corrupting, fading, refusing, silent;
     ASSERT_TRUE(isp_sim::part_config("gd32f303", &good));
+    corrupting.corrupt_at = 0x08000abc;  // the image has 0x2e there
+    fading.silent_after_reads = 5;
     refusing.refuse_erase = true;
     silent.ignore_syncs = 100;
-    for (const auto &[cfg, status, message] :
-         {std::tuple{good, 0, "3000 bytes written at 0x08000000, part MCU_GD32F303"},
-          std::tuple{refusing, 1, "failed (-2): the bootloader refused the erase"},
-          std::tuple{silent, 1, "failed (-1): the bootloader did not answer"}}) {
-        isp_sim::PtyServer server(cfg);
+    const struct {
+        isp_sim::Config cfg;
+        const char *args;
+        int status, reads;
+        const char *message;
+    } cases[] = {
+        {good, "-t 1000 -g 0", 0, 12,
+         "3000 bytes written and verified at 0x08000000, part MCU_GD32F303\nmcu_upgrade: the "
+         "application was started at 0x08000000\n"},
+        {corrupting, "-t 100 --no-verify", 0, 0, "3000 bytes written (not verified) at 0x0800"},
+        {corrupting, "-t 100 --go 0", 4, 11,
+         "failed (-6): the flash differs from the image: 0x08000abc holds 0xd1, the image 0x2e"},
+        {fading, "-t 100", 1, 5, "failed (-5): the read-back broke off at 0x08000500"},
+        {refusing, "-t 100", 1, 0, "failed (-2): the bootloader refused the erase"},
+        {silent, "-t 100", 1, 0, "failed (-1): the bootloader did not answer"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.args + std::string(" ") + c.message);
+        isp_sim::PtyServer server(c.cfg);
         ASSERT_TRUE(server.open());
         server.start();
         const auto start = std::chrono::steady_clock::now();
-        const auto run = run_tool(
-            "mcu_upgrade", {"-p", file_, "-t", status == 0 ? "1000" : "100", server.slave_path()});
+        std::vector<std::string> args = tools_test::split(c.args, {});
+        args.insert(args.end(), {"-p", file_, server.slave_path()});
+        const auto run = run_tool("mcu_upgrade", args);
         const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
         server.stop();
-        EXPECT_EQ(run.status, status) << run.out << run.err;
+        EXPECT_EQ(run.status, c.status) << run.out << run.err;
         EXPECT_EQ(run.out.find("try_times"), std::string::npos);
+        const bool written = !c.cfg.refuse_erase && c.cfg.ignore_syncs == 0;
+        std::string held = image_;
+        if (c.cfg.corrupt_at) held[*c.cfg.corrupt_at - 0x08000000] ^= '\xff';
         const std::vector<uint8_t> flash = server.flash();
-        EXPECT_EQ(std::string(flash.begin(), flash.begin() + 3000) == image_, status == 0);
-        EXPECT_EQ(server.stats().writes, status == 0 ? 12 : 0);
-        if (status != 0) {
-            const size_t explained = run.err.find(message);
+        EXPECT_EQ(std::string(flash.begin(), flash.begin() + 3000) == held, written);
+        const isp_sim::Stats stats = server.stats();
+        EXPECT_EQ(stats.writes, written ? 12 : 0);
+        EXPECT_EQ(stats.reads, c.reads);
+        const bool go = c.status == 0 && strstr(c.args, "-g") != nullptr;
+        EXPECT_EQ(stats.go_address, go ? 0x08000000u : 0u);
+        EXPECT_EQ(run.err.find("\rverify [" + std::string(40, '#') + "] 100%") != std::string::npos,
+                  c.reads == 12);
+        if (c.status != 0) {
+            const size_t explained = run.err.find(c.message);
             EXPECT_NE(explained, std::string::npos) << run.err;
             EXPECT_LT(explained, run.err.find("try_times")) << run.err;
             continue;
         }
-        EXPECT_NE(run.out.find(message), std::string::npos) << run.out;
-        EXPECT_NE(run.err.find("100%"), std::string::npos) << run.err;  // the progress bar
+        EXPECT_NE(run.out.find(c.message), std::string::npos) << run.out;
+        EXPECT_NE(run.err.find("write  [" + std::string(40, '#') + "] 100%"), std::string::npos);
         const size_t at = run.out.find("done in ");
         ASSERT_NE(at, std::string::npos) << run.out;
         EXPECT_GT(std::stod(run.out.substr(at + 8)), wall.count() - 0.5) << run.out;
@@ -97,6 +125,7 @@ TEST_F(Programs, RefusedCommandLines) {
         {"mcu_upgrade", "-p F -l abc T", 2, "-l 'abc': must be a number from 1 to 3145728"},
         {"mcu_upgrade", "-p F -s -1", 2, "-s '-1'"},
         {"mcu_upgrade", "-p L T", 2, "at most 254 fit"},
+        {"mcu_upgrade", "-p F --go T", 2, "-g '"},
         {"transfer_tool", "-R 1", 2, "no slot: give -s"},
         {"transfer_tool", "-s", 2, "option -s needs a value"},
         {"transfer_tool", "-s 1 -x", 2, "unknown option -x"},

@@ -63,6 +63,7 @@ Bootloader::Bootloader(Config cfg)
 void Bootloader::feed(const uint8_t *data, size_t len) {
     for (size_t i = 0; i < len; ++i) {
         received_.push_back(data[i]);
+        if (silent_) continue;
         buf_.push_back(data[i]);
         if (buf_.size() >= need_) {
             step();
@@ -256,6 +257,11 @@ void Bootloader::step() {
                 break;
             }
             ack();
+            if (cfg_.silent_after_reads >= 0 && stats_.reads >= cfg_.silent_after_reads) {
+                emit(flash_.data() + (addr_ - cfg_.flash_base), n / 2);
+                silent_ = true;
+                break;
+            }
             emit(flash_.data() + (addr_ - cfg_.flash_base), n);
             ++stats_.reads;
             expect(Stage::kCommand, 1);
@@ -268,6 +274,7 @@ void Bootloader::step() {
             }
             ack();
             stats_.went = true;
+            stats_.go_address = addr_;
             // The application runs: the bootloader is gone until the next reset.
             expect(Stage::kSync, 1);
             break;
@@ -296,6 +303,8 @@ void Bootloader::step() {
             uint8_t *cell = flash_.data() + (addr_ - cfg_.flash_base);
             for (size_t i = 0; i < count_; ++i)
                 cell[i] &= buf_[1 + i];
+            if (cfg_.corrupt_at && *cfg_.corrupt_at - addr_ < count_)
+                cell[*cfg_.corrupt_at - addr_] ^= 0xFF;
             writes_.push_back(WriteRecord{addr_, static_cast<uint32_t>(count_)});
             ++stats_.writes;
             ack();

@@ -23,13 +23,18 @@ struct Config {
     std::vector<uint8_t> get_codes;  // replaces the command list of the Get answer
     uint8_t version = 0x31;
     uint32_t flash_base = 0x08000000;
-    uint32_t flash_size = 1u << 20;
+    // 2 MiB, the flash that a Get ID of 0x450 stands for: stm32flash reads that much with -r.
+    uint32_t flash_size = 2u << 20;
     uint32_t page_size = 2048;
     int ignore_syncs = 0;         // this many first synchronisation bytes get no answer
     bool refuse_erase = false;    // NACK the Erase and Extended Erase commands
     int refuse_write_after = -1;  // NACK Write Memory once this many were accepted
     std::chrono::milliseconds erase_delay{0};  // the erase acknowledgement comes this late
     bool start_synced = false;                 // accept commands without a synchronisation first
+    std::optional<uint32_t> corrupt_at;        // this flash byte is inverted once written
+    // Once this many Read Memory commands were answered, the next one gets half its data
+    // and the bootloader falls silent for good.
+    int silent_after_reads = -1;
 };
 
 // Presets: "stm32h750", "gd32f303", "gd32f470", "gd32e503". False for another name.
@@ -43,7 +48,8 @@ struct Stats {
     int writes = 0;         // accepted Write Memory blocks
     int reads = 0;          // answered Read Memory commands
     int nacks = 0;
-    bool went = false;  // a Go command was accepted
+    bool went = false;        // a Go command was accepted
+    uint32_t go_address = 0;  // its address
 };
 
 struct WriteRecord {
@@ -126,6 +132,7 @@ class Bootloader {
     uint32_t addr_ = 0;
     size_t count_ = 0;
     int syncs_ignored_ = 0;
+    bool silent_ = false;
     std::deque<Out> out_;
 };
 

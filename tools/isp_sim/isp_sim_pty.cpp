@@ -41,7 +41,11 @@ void usage(FILE *out) {
         "  --refuse-write-after N  refuse Write Memory after N accepted blocks\n"
         "  --ignore-sync N         leave the first N synchronisation bytes unanswered\n"
         "  --erase-delay MS        acknowledge erases this late\n"
-        "  --flash-size N          simulated flash size in bytes (default 1 MiB)\n"
+        "  --corrupt-at ADDR       invert the flash byte at ADDR (e.g. 0x08000123) once it is\n"
+        "                          written, so that a verify must fail there\n"
+        "  --silent-after-reads N  answer N Read Memory commands, then half of the next\n"
+        "                          one's data, then nothing more\n"
+        "  --flash-size N          simulated flash size in bytes (default 2 MiB)\n"
         "  --page-size N           erase page size in bytes\n"
         "  --dump FILE             write the flash to FILE at exit and on SIGUSR1\n"
         "  --exit-with-parent      exit when the parent process ends\n"
@@ -83,6 +87,8 @@ int serve(int argc, char **argv) {
         kEraseDelay,
         kFlashSize,
         kPageSize,
+        kCorruptAt,
+        kSilentAfterReads,
         kDump,
         kExitWithParent,
         kHelp = 'h'
@@ -98,6 +104,8 @@ int serve(int argc, char **argv) {
         {"erase-delay", required_argument, nullptr, kEraseDelay},
         {"flash-size", required_argument, nullptr, kFlashSize},
         {"page-size", required_argument, nullptr, kPageSize},
+        {"corrupt-at", required_argument, nullptr, kCorruptAt},
+        {"silent-after-reads", required_argument, nullptr, kSilentAfterReads},
         {"dump", required_argument, nullptr, kDump},
         {"exit-with-parent", no_argument, nullptr, kExitWithParent},
         {"help", no_argument, nullptr, kHelp},
@@ -147,6 +155,14 @@ int serve(int argc, char **argv) {
             case kPageSize:
                 ok = parse_number(optarg, &n) && n > 0 && n <= 0xFFFFFFFFul;
                 cfg.page_size = static_cast<uint32_t>(n);
+                break;
+            case kCorruptAt:
+                ok = parse_number(optarg, &n) && n <= 0xFFFFFFFFul;
+                cfg.corrupt_at = static_cast<uint32_t>(n);
+                break;
+            case kSilentAfterReads:
+                ok = parse_number(optarg, &n) && n <= 0x7FFFFFFF;
+                cfg.silent_after_reads = static_cast<int>(n);
                 break;
             case kDump:
                 dump_path = optarg;

@@ -1,5 +1,5 @@
-// mcu_upgrade: writes a firmware image into an MCU through its serial bootloader, with a
-// progress bar, then identifies the part.
+// mcu_upgrade: writes a firmware image into an MCU through its serial bootloader, reads it
+// back and compares (each with a progress bar), identifies the part and, with -g, starts it.
 //
 //   mcu_upgrade -p FIRMWARE [OPTION...] [DEVICE]      (-h for the whole usage)
 #include <signal.h>
@@ -37,7 +37,9 @@ int setup_error(const std::string &message) {
     return kExitSetup;
 }
 
-const char *failure_text(int result) {
+// What went wrong, for a result of the programmer; `at` is where a verify stopped.
+std::string failure_text(int result, const mcu_isp_verify_info_t &at, const Settings &s) {
+    char text[160];
     switch (result) {
         case MCU_ISP_ERR_NO_ANSWER:
             return "the bootloader did not answer (is the MCU in its bootloader?)";
@@ -47,6 +49,24 @@ const char *failure_text(int result) {
             return "the bootloader refused a block; the flash holds only part of the image";
         case MCU_ISP_ERR_BAD_IMAGE:
             return "the image does not fit the address space";
+        case MCU_ISP_ERR_READ_FAILED:
+            snprintf(text, sizeof text,
+                     "the read-back broke off at 0x%08x (the bootloader refused the read or "
+                     "stopped answering); the image was written but is not verified",
+                     at.addr);
+            return text;
+        case MCU_ISP_ERR_VERIFY_MISMATCH:
+            snprintf(text, sizeof text,
+                     "the flash differs from the image: 0x%08x holds 0x%02x, the image 0x%02x "
+                     "(the first difference)",
+                     at.addr, at.found, at.expected);
+            return text;
+        case MCU_ISP_ERR_GO_REFUSED:
+            snprintf(text, sizeof text,
+                     "the bootloader did not start the application at 0x%08x; the image is "
+                     "written%s",
+                     s.go_address, s.verify ? " and verified" : "");
+            return text;
         default:
             return "the programming run failed";
     }
@@ -123,20 +143,31 @@ int upgrade_main(int argc, char **argv) {
 
     const char *verbose = getenv("MCU_UPGRADE_VERBOSE");
     Transcript transcript(verbose == nullptr || strcmp(verbose, "1") != 0);
-    ProgressBar bar(stderr);
+    const auto size = static_cast<unsigned int>(image.size());
+    ProgressBar bar(stderr, "write ", kWriteCounter);
     bar.start();
-    const int result = mcu_isp(image.data(), static_cast<unsigned int>(image.size()));
+    int result = mcu_isp(image.data(), size);
     bar.finish(result == MCU_ISP_OK);
+    mcu_isp_verify_info_t at{};
+    if (result == MCU_ISP_OK && s.verify) {
+        ProgressBar verify_bar(stderr, "verify", kVerifyCounter);
+        verify_bar.start();
+        result = mcu_isp_verify(image.data(), size, &at);
+        verify_bar.finish(result == MCU_ISP_OK);
+    }
     if (result == MCU_ISP_OK) mcu_type_detect();
+    // The application starts last: the bootloader answers nothing after the Go.
+    if (result == MCU_ISP_OK && s.go) result = mcu_isp_go(s.go_address);
     const std::string messages = transcript.close();
     port.close();
-    // The whole run: synchronisation, erase, write and identification of the part.
+    // The whole run: synchronisation, erase, write, verify, naming the part and the Go.
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
 
     if (result != MCU_ISP_OK) {
         // The explanation first; the programmer's own lines only as detail after it.
-        fprintf(stderr, "mcu_upgrade: failed (%d): %s\n", result, failure_text(result));
+        fprintf(stderr, "mcu_upgrade: failed (%d): %s\n", result,
+                failure_text(result, at, s).c_str());
         // The programmer announces the erase once it is synchronised.
         if (result == MCU_ISP_ERR_NO_ANSWER && !messages.empty() &&
             messages.find("erase mcu memory") == std::string::npos)
@@ -154,10 +185,12 @@ int upgrade_main(int argc, char **argv) {
                 start = end + 1;
             }
         }
-        return kExitFailed;
+        return result == MCU_ISP_ERR_VERIFY_MISMATCH ? kExitMismatch : kExitFailed;
     }
-    printf("mcu_upgrade: done in %.1f s: %zu bytes written at 0x%08x, part %s\n", seconds,
-           image.size(), MCU_ISP_FLASH_BASE, str_mcu_type[mcu_type_get()]);
+    printf("mcu_upgrade: done in %.1f s: %zu bytes written %sat 0x%08x, part %s\n", seconds,
+           image.size(), s.verify ? "and verified " : "(not verified) ", MCU_ISP_FLASH_BASE,
+           str_mcu_type[mcu_type_get()]);
+    if (s.go) printf("mcu_upgrade: the application was started at 0x%08x\n", s.go_address);
     return kExitDone;
 }
 

@@ -7,17 +7,25 @@
 
 #include "common/cli.h"
 #include "common/config_path.h"
+#include "isp.h"
 #include "mio_json.h"
 
 namespace mcu_upgrade {
 
 namespace {
 
-// The option table of cmd_parse_recvcard_mcu, plus -h / --help, which it lacks. A first
-// scan with it refuses what the library's scan would skip.
+// The option table of cmd_parse_recvcard_mcu, plus -h / --help, --go and --no-verify, which
+// it lacks. A first scan with it refuses what the library's scan would skip. The library
+// maps -g to n_deviceindex; here -g ADDR (or --go ADDR) starts the application at ADDR after
+// the run, as stm32flash's -g does (0: the flash base). The library's scan skips the two
+// long options it lacks, so that the value of --go is left among the plain arguments: the
+// device is taken from this first scan.
+constexpr int kNoVerify = 256;
 constexpr const char *kShortOptions = "hveuERrc::s:m:p:l:t:f:i:d:g:b:";
 const option kLongOptions[] = {
     {"help", no_argument, nullptr, 'h'},
+    {"go", required_argument, nullptr, 'g'},
+    {"no-verify", no_argument, nullptr, kNoVerify},
     {"n_version", no_argument, nullptr, 'v'},
     {"n_mode", no_argument, nullptr, 'e'},
     {"n_uart", no_argument, nullptr, 'u'},
@@ -96,16 +104,22 @@ bool parse(int argc, char **argv, Settings *out, std::string *error) {
         }
         if (c == 'h') out->help = true;
         if (optarg != nullptr && !check_value(c, optarg, error)) return false;
+        if (c == kNoVerify) out->verify = false;
+        if (c == 'g' && optarg != nullptr) {
+            out->go = true;
+            out->go_address = static_cast<uint32_t>(strtoul(optarg, nullptr, 0));
+            if (out->go_address == 0) out->go_address = MCU_ISP_FLASH_BASE;
+        }
     }
     if (out->help) return true;
-
-    out->cmd = upgrade_mcu_t{};
-    out->cmd.n_timeout = kDefaultTimeoutMs;
-    cmd_parse_recvcard_mcu(&out->cmd, argc, argv);
     // getopt has moved the plain arguments behind the options.
     if (argc - optind > 1)
         return fail(error, std::string("unexpected argument '") + argv[optind + 1] + "'");
     if (argc - optind == 1) out->device = argv[optind];
+
+    out->cmd = upgrade_mcu_t{};
+    out->cmd.n_timeout = kDefaultTimeoutMs;
+    cmd_parse_recvcard_mcu(&out->cmd, argc, argv);
     return true;
 }
 
@@ -113,7 +127,7 @@ void print_usage(FILE *out) {
     fprintf(out,
             "Usage: mcu_upgrade -p FIRMWARE [OPTION...] [DEVICE]\n"
             "Writes FIRMWARE into the internal flash of an MCU (from 0x08000000) through its\n"
-            "serial bootloader, then identifies the part.\n"
+            "serial bootloader, reads it back and compares, then identifies the part.\n"
             "  DEVICE             serial device of the bootloader; without it the device (and\n"
             "                     its line speed) of the MCU's serial channel is taken from\n"
             "                     the transfer configuration: -s slot, -m index in its \"mcu\"\n"
@@ -123,9 +137,13 @@ void print_usage(FILE *out) {
             "  -l, --n_size       write only the first N bytes of the image (at most %u)\n"
             "  -t, --n_timeout    milliseconds to wait for each answer (default %u, at most %u)\n"
             "  -s, --n_slot_id    slot of the board, -m, --n_mode_id  its MCU index\n"
+            "      --no-verify    do not read the flash back and compare it with the image\n"
+            "                     (done by default after the write, with a bar of its own)\n"
+            "  -g, --go ADDR      then start the application at ADDR (0: the flash base\n"
+            "                     0x08000000) with the bootloader's Go command\n"
             "  -v, --n_version    print the version and exit\n"
             "  -h, --help         this text\n"
-            "  -e -u -E -R -r -c -b -f -i -d -g are accepted and have no effect here.\n"
+            "  -e -u -E -R -r -c -b -f -i -d are accepted and have no effect here.\n"
             "Files and settings (environment):\n"
             "  TRANSFER_CONFIG       transfer configuration, now %s\n"
             "                        (default %s)\n"
@@ -135,10 +153,11 @@ void print_usage(FILE *out) {
             "Line: 8 data bits, even parity, 1 stop bit; 115200 bit/s unless the configuration\n"
             "names another speed. Progress is drawn on standard error; a failed run is\n"
             "explained first, followed by the programmer's last messages.\n"
-            "Exit status: 0 written, 1 the bootloader run failed, 2 bad command line, 3 image,\n"
-            "configuration or serial device unusable.\n",
+            "Exit status: 0 written (and verified), 1 the bootloader run failed (no answer, a\n"
+            "refusal, a read-back that broke off), 2 bad command line, 3 image, configuration\n"
+            "or serial device unusable, 4 the flash read back differs from the image.\n",
             kMaxImage, kMaxImage, kDefaultTimeoutMs, kMaxTimeoutMs, transfer_config_path().c_str(),
-            MCU_UPGRADE_DEFAULT_CONFIG);
+            tool_common::default_config("transfer.json", MCU_UPGRADE_DEFAULT_CONFIG).c_str());
 }
 
 std::string transfer_config_path() {

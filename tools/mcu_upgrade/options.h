@@ -13,9 +13,10 @@ namespace mcu_upgrade {
 
 enum ExitStatus {
     kExitDone = 0,
-    kExitFailed = 1,  // the bootloader run failed
-    kExitUsage = 2,   // bad command line
-    kExitSetup = 3,   // image, configuration or serial device unusable
+    kExitFailed = 1,    // the bootloader run failed
+    kExitUsage = 2,     // bad command line
+    kExitSetup = 3,     // image, configuration or serial device unusable
+    kExitMismatch = 4,  // the flash read back differs from the image
 };
 
 // The largest image taken: the largest internal flash of the parts served (3 MiB).
@@ -25,6 +26,9 @@ struct Settings {
     upgrade_mcu_t cmd{};
     std::string device;  // the plain argument; "" when the configuration must name it
     bool help = false;
+    bool verify = true;       // --no-verify clears it
+    bool go = false;          // -g / --go
+    uint32_t go_address = 0;  // where -g starts the application
 };
 
 // False with a message for an unknown option, a missing value, a value the library's scan

@@ -2,8 +2,6 @@
 
 #include <chrono>
 
-#include "isp.h"
-
 namespace mcu_upgrade {
 
 namespace {
@@ -11,10 +9,10 @@ constexpr int kWidth = 40;
 constexpr auto kPollInterval = std::chrono::milliseconds(50);
 }  // namespace
 
-int ProgressBar::percent(int counter) {
-    if (counter <= 10) return 0;
-    if (counter >= 90) return 100;
-    return (counter - 10) * 100 / 80;
+int ProgressBar::percent(int value) const {
+    if (value <= counter_.from) return 0;
+    if (value >= counter_.to) return 100;
+    return (value - counter_.from) * 100 / (counter_.to - counter_.from);
 }
 
 void ProgressBar::draw(int pct) {
@@ -25,17 +23,17 @@ void ProgressBar::draw(int pct) {
     for (int i = 0; i < kWidth; ++i)
         bar[i] = i < filled ? '#' : '.';
     bar[kWidth] = 0;
-    fprintf(out_, "\r[%s] %3d%%", bar, pct);
+    fprintf(out_, "\r%s [%s] %3d%%", label_, bar, pct);
     fflush(out_);
 }
 
 void ProgressBar::start() {
-    mcu_isp_cnt_clear();
+    counter_.clear();
     stop_ = false;
     draw(0);
     thread_ = std::thread([this] {
         while (!stop_.load()) {
-            draw(percent(mcu_isp_cnt()));
+            draw(percent(counter_.read()));
             std::this_thread::sleep_for(kPollInterval);
         }
     });
@@ -45,7 +43,7 @@ void ProgressBar::finish(bool completed) {
     if (!thread_.joinable()) return;
     stop_ = true;
     thread_.join();
-    if (completed) draw(100);
+    draw(completed ? 100 : percent(counter_.read()));  // where a failed run stopped
     fputc('\n', out_);
     fflush(out_);
 }
