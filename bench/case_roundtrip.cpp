@@ -1,5 +1,6 @@
-// Sequential round trips on one UDP channel: through the engine (also with every core
-// kept busy by hog processes), with the context switches and CPU time of each engine
+// Sequential round trips on one UDP channel: through the engine, with sdk_request_run
+// (and, for comparison, sdk_request then sdk_request_wait), also with every core kept
+// busy by hog processes, with the context switches and CPU time of each engine
 // thread per round trip, and as a plain synchronous ping-pong of the same frames against
 // the same simulated board (also under the hog, for information).
 #include <algorithm>
@@ -32,11 +33,12 @@ std::string cdf_path(const CaseContext &ctx, const char *name) {
     return ctx.out_dir + "/data/lat_" + name + "_" + std::to_string(ctx.round) + ".dat";
 }
 
-int run_engine_seq(const CaseContext &ctx, Metrics &m, bool hog) {
+int run_engine_seq(const CaseContext &ctx, Metrics &m, bool hog, bool two_calls = false) {
     if (!start_engine(ctx, ctx.udp_config, kUdpSlots)) return 1;
     char rbuf[SDK_DATA_BUF_LEN];
-    auto one = [&rbuf]() {
+    auto one = [&rbuf, two_calls]() {
         transfer_op_t op = fpga_read(kSlot);
+        if (!two_calls) return sdk_request_run(nullptr, 0, rbuf, &op) > 0;
         if (sdk_request(nullptr, 0, &op) != 0) return false;
         return sdk_request_wait(rbuf, &op) > 0;
     };
@@ -55,7 +57,7 @@ int run_engine_seq(const CaseContext &ctx, Metrics &m, bool hog) {
         m["wakeups_per_req_" + name] = static_cast<double>(d.switches) / n;
         m["cpu_us_per_req_" + name] = d.cpu_ns / 1e3 / n;
     }
-    r.lat.write_cdf(cdf_path(ctx, hog ? "engine_hog" : "engine"));
+    if (!two_calls) r.lat.write_cdf(cdf_path(ctx, hog ? "engine_hog" : "engine"));
     return r.errors > r.lat.size() / 100 ? 1 : 0;
 }
 
@@ -79,6 +81,14 @@ int case_engine_seq(const CaseContext &ctx, Metrics &m) {
 
 int case_engine_seq_hog(const CaseContext &ctx, Metrics &m) {
     return run_engine_seq(ctx, m, true);
+}
+
+int case_engine_seq_2calls(const CaseContext &ctx, Metrics &m) {
+    return run_engine_seq(ctx, m, false, true);
+}
+
+int case_engine_seq_2calls_hog(const CaseContext &ctx, Metrics &m) {
+    return run_engine_seq(ctx, m, true, true);
 }
 
 int case_pingpong(const CaseContext &ctx, Metrics &m) {

@@ -10,6 +10,9 @@ using CaseFn = int (*)(const CaseContext &ctx, Metrics &m);
 
 // Sequential acknowledged 4-byte reads on one UDP channel through the engine.
 int case_engine_seq(const CaseContext &ctx, Metrics &m);
+// The same with sdk_request then sdk_request_wait, for comparison.
+int case_engine_seq_2calls(const CaseContext &ctx, Metrics &m);
+int case_engine_seq_2calls_hog(const CaseContext &ctx, Metrics &m);
 // The same frames in a plain synchronous UDP ping-pong against the same simulator.
 int case_pingpong(const CaseContext &ctx, Metrics &m);
 // libmodbus reading 2 registers over Modbus/TCP on loopback against its own server.

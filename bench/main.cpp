@@ -29,19 +29,28 @@ namespace {
 using namespace bench;
 
 const std::map<std::string, CaseFn> kCases = {
-    {"engine_seq", case_engine_seq},   {"pingpong", case_pingpong},
-    {"modbus", case_modbus},           {"engine_seq_hog", case_engine_seq_hog},
-    {"modbus_hog", case_modbus_hog},   {"pingpong_hog", case_pingpong_hog},
-    {"parallel_1", case_parallel_1},   {"parallel_8", case_parallel_8},
-    {"parallel_32", case_parallel_32}, {"pingpong_parallel_8", case_pingpong_parallel_8},
-    {"scaling", case_scaling},         {"idle", case_idle},
-    {"memory", case_memory},           {"serial", case_serial},
+    {"engine_seq", case_engine_seq},
+    {"pingpong", case_pingpong},
+    {"modbus", case_modbus},
+    {"engine_seq_hog", case_engine_seq_hog},
+    {"modbus_hog", case_modbus_hog},
+    {"pingpong_hog", case_pingpong_hog},
+    {"engine_seq_2calls", case_engine_seq_2calls},
+    {"engine_seq_2calls_hog", case_engine_seq_2calls_hog},
+    {"parallel_1", case_parallel_1},
+    {"parallel_8", case_parallel_8},
+    {"parallel_32", case_parallel_32},
+    {"pingpong_parallel_8", case_pingpong_parallel_8},
+    {"scaling", case_scaling},
+    {"idle", case_idle},
+    {"memory", case_memory},
+    {"serial", case_serial},
 };
 
 // Compared cases run interleaved, `rounds` times; the best run of each counts.
 const std::vector<std::vector<std::string>> kGroups = {
-    {"pingpong", "engine_seq", "modbus"},
-    {"pingpong_hog", "engine_seq_hog", "modbus_hog"},
+    {"pingpong", "engine_seq", "modbus", "engine_seq_2calls"},
+    {"pingpong_hog", "engine_seq_hog", "modbus_hog", "engine_seq_2calls_hog"},
     {"parallel_1", "pingpong_parallel_8", "parallel_8", "parallel_32"},
 };
 

@@ -239,6 +239,14 @@ SDK_API int32_t sdk_request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *p_s
  * p_rbuf, frees the record and resets p_packet_node. The byte count; 0 without reply data
  * or without a record; -4001 when the request timed out. One waiter per request. */
 SDK_API int32_t sdk_request_wait(char *p_rbuf, transfer_op_t *p_st_header);
+/* sdk_request then sdk_request_wait in one call, for a caller that waits for each request
+ * before the next: the same frame, flow rule, ending and results (a refusal returns
+ * sdk_request's code and leaves no record). Knowing that the caller waits at once, the
+ * engine lets this thread take the request's UDP channel from the receive thread before
+ * the frame goes out, so the reply comes straight back to it: fewer thread hand-overs
+ * when the cores are busy. */
+SDK_API int32_t sdk_request_run(char *p_wbuf, uint32_t n_wbuflen, char *p_rbuf,
+                                transfer_op_t *p_st_header);
 /* The request's e_state (0 to 7), read without a lock; -4000 without a record. */
 SDK_API int32_t sdk_request_get_state(transfer_op_t *p_st_header);
 /* Waits for the end of the request, frees the record, resets p_packet_node. Always 0. */

@@ -29,28 +29,6 @@ std::unique_ptr<std::atomic<int>[]> g_owners;
 int32_t g_n_owners = 0;
 std::atomic<int> g_n_inside{0};
 
-// Counts a caller in while it may use the table; false (counted out again) once the
-// engine stops.
-class Inside {
-  public:
-    Inside() : b_in_(true) {
-        g_n_inside.fetch_add(1, std::memory_order_seq_cst);
-        if (stopping()) {
-            g_n_inside.fetch_sub(1, std::memory_order_seq_cst);
-            b_in_ = false;
-        }
-    }
-    ~Inside() {
-        if (b_in_) g_n_inside.fetch_sub(1, std::memory_order_seq_cst);
-    }
-    Inside(const Inside &) = delete;
-    Inside &operator=(const Inside &) = delete;
-    explicit operator bool() const { return b_in_; }
-
-  private:
-    bool b_in_;
-};
-
 // Settled: wake descriptors are made on a thread's first wait and, when the thread ends,
 // kept for the next thread instead of closed. An ender may still write to a descriptor
 // it looked up just before its owner let go; a kept descriptor takes that write as one
@@ -117,13 +95,12 @@ void direct_receive_drain() {
         sched_yield();
 }
 
-void receive_until_released(InFlight *x) {
-    const Inside inside;
-    if (!inside) return;
-    const uint32_t n_channel = x->rec.p_packet.n_channel_id;
-    if (!g_owners || n_channel >= static_cast<uint32_t>(g_n_owners)) return;
+ChannelClaim::ChannelClaim(uint32_t n_channel) : n_channel_(n_channel) {
+    // Counted in while the hold object lives, so the table stays (direct_receive_drain).
+    g_n_inside.fetch_add(1, std::memory_order_seq_cst);
+    if (stopping() || !g_owners || n_channel >= static_cast<uint32_t>(g_n_owners)) return;
     const transfer_data_t &ch = g_st_transfer.st_info[n_channel];
-    const int n_sock = channel_fd(ch);
+    n_sock_ = channel_fd(ch);
     const int n_wake = thread_wake_fd();
     if (!channel_watched(ch, Receiver::kNet) || n_wake < 0) return;
     // The owner's claim and an ender's look at it (wake_direct_receiver) are both
@@ -132,7 +109,27 @@ void receive_until_released(InFlight *x) {
     int n_free = -1;
     if (!g_owners[n_channel].compare_exchange_strong(n_free, n_wake, std::memory_order_acq_rel))
         return;
-    receive_pause(Receiver::kNet, n_channel, n_sock);
+    n_wake_ = n_wake;
+    receive_pause(Receiver::kNet, n_channel, n_sock_);
+}
+
+ChannelClaim::~ChannelClaim() {
+    release();
+    g_n_inside.fetch_sub(1, std::memory_order_seq_cst);
+}
+
+void ChannelClaim::release() {
+    if (n_wake_ < 0) return;
+    g_owners[n_channel_].store(-1, std::memory_order_seq_cst);
+    receive_resume(Receiver::kNet, n_channel_, n_sock_);
+    n_wake_ = -1;
+}
+
+void ChannelClaim::serve_until_released(InFlight *x) {
+    if (n_wake_ < 0 || x->rec.p_packet.n_channel_id != n_channel_) return;
+    const uint32_t n_channel = n_channel_;
+    const int n_sock = n_sock_;
+    const int n_wake = n_wake_;
     while (!released(x) && !stopping()) {
         pollfd fds[2] = {{n_sock, POLLIN, 0}, {n_wake, POLLIN, 0}};
         if (poll(fds, 2, -1) < 0) continue;
@@ -147,8 +144,11 @@ void receive_until_released(InFlight *x) {
             if (n_ret < 0) TLOGE("recv error");
         }
     }
-    g_owners[n_channel].store(-1, std::memory_order_seq_cst);
-    receive_resume(Receiver::kNet, n_channel, n_sock);
+}
+
+void receive_until_released(InFlight *x) {
+    ChannelClaim claim(x->rec.p_packet.n_channel_id);
+    claim.serve_until_released(x);
 }
 
 void wake_direct_receiver(uint32_t n_channel) {

@@ -17,6 +17,29 @@ namespace sdk {
 
 // Makes (true) or frees (false) the per-channel ownership table; start-up and teardown.
 bool direct_receive_setup(bool b_make);
+// A caller's hold on a UDP channel, taken when no other caller holds it: the channel is
+// paused in the receive thread's set until the hold ends. Taken before the request's
+// frame goes out (sdk_request_run), so a reply however fast can only reach the caller;
+// or on the way into the wait. While the hold lasts, the holder's own code must lead
+// straight to serve_until_released: nobody else reads the channel meanwhile.
+class ChannelClaim {
+  public:
+    explicit ChannelClaim(uint32_t n_channel);
+    ~ChannelClaim();
+    ChannelClaim(const ChannelClaim &) = delete;
+    ChannelClaim &operator=(const ChannelClaim &) = delete;
+    // Serves the channel until request x (one of its requests) is released; returns at
+    // once when the hold was not taken (the caller then waits as usual).
+    void serve_until_released(InFlight *x);
+    // Ends the hold (the destructor does too): the receive thread reads the channel again.
+    void release();
+
+  private:
+    uint32_t n_channel_;
+    int n_sock_ = -1;
+    int n_wake_ = -1;  // the holder's wake descriptor; -1 when the hold was not taken
+};
+
 // Serves the request's channel until the request is released; returns at once when the
 // channel is not a UDP channel or another caller owns it (the caller then waits as usual).
 void receive_until_released(InFlight *x);

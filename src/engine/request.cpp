@@ -220,6 +220,10 @@ packet_state wait_end(packet_data_t *p) {
     return sdk::state_load(&p->p_packet);
 }
 
+// The end of a wait, once the engine has let go of the request: the reply copied out, the
+// record freed.
+int32_t finish_wait(char *p_rbuf, transfer_op_t *p_st_header, packet_state s0);
+
 }  // namespace
 
 extern "C" {
@@ -239,6 +243,35 @@ SDK_API int32_t sdk_request_wait(char *p_rbuf, transfer_op_t *p_st_header) {
     packet_data_t *p = p_st_header->p_packet_node;
     const packet_state s0 = sdk::state_load(&p->p_packet);
     sdk::receive_until_released(sdk::inflight_of(p));
+    return finish_wait(p_rbuf, p_st_header, s0);
+}
+
+SDK_API int32_t sdk_request_run(char *p_wbuf, uint32_t n_wbuflen, char *p_rbuf,
+                                transfer_op_t *p_st_header) {
+    if (p_st_header == nullptr) return request(p_wbuf, n_wbuflen, p_st_header);
+    // The caller holds its channel before the frame goes out: the reply can only reach
+    // this thread, however soon it comes. No host code runs while the hold lasts, so no
+    // datagram of the channel waits for a reader longer than this call's own steps.
+    const int32_t n_id = sdk_get_transfer_map_id(*p_st_header);
+    const uint32_t n_channel =
+        n_id >= 0 && n_id < g_st_transfer.n_num ? static_cast<uint32_t>(n_id) : UINT32_MAX;
+    sdk::ChannelClaim claim(n_channel);
+    const int32_t n_ret = request(p_wbuf, n_wbuflen, p_st_header);
+    TLOGD("sdk_request end %d ", n_ret);
+    if (n_ret != sdk::kOk) return n_ret;
+    packet_data_t *p = p_st_header->p_packet_node;
+    const packet_state s0 = sdk::state_load(&p->p_packet);
+    claim.serve_until_released(sdk::inflight_of(p));
+    claim.release();  // before any sleep on the request: others may read the channel now
+    return finish_wait(p_rbuf, p_st_header, s0);
+}
+
+}  // extern "C"
+
+namespace {
+
+int32_t finish_wait(char *p_rbuf, transfer_op_t *p_st_header, packet_state s0) {
+    packet_data_t *p = p_st_header->p_packet_node;
     pthread_mutex_lock(&p->st_wait_lock);
     const packet_state s = wait_end(p);
     int32_t n_ret = sdk::kErrTimeout;
@@ -262,6 +295,10 @@ SDK_API int32_t sdk_request_wait(char *p_rbuf, transfer_op_t *p_st_header) {
     if (n_ret == sdk::kErrTimeout) TLOGI("end");
     return n_ret;
 }
+
+}  // namespace
+
+extern "C" {
 
 SDK_API int32_t sdk_request_get_state(transfer_op_t *p_st_header) {
     TLOGI("start!");

@@ -418,6 +418,46 @@ TEST_F(Engine, RefusedRequestsAndTheLongestFrame) {
     }
 }
 
+// sdk_request_run ends a request as the two calls do, and leaves the channel to the
+// receive thread afterwards: a request nobody waits for still ends on its reply.
+TEST_F(Engine, OneCallRequestsEndAsTwoCallsDo) {
+    FakeBoard board("127.0.0.2", 7000);
+    FakeBoard mute("127.0.0.3", 7001, [](auto &, size_t) { return -1; });
+    auto run1 = [](transfer_op_t op, std::string wdata = "", std::string *out = nullptr) {
+        char buf[SDK_DATA_BUF_LEN];
+        const int32_t r = sdk_request_run(wdata.empty() ? nullptr : wdata.data(),
+                                          static_cast<uint32_t>(wdata.size()), buf, &op);
+        EXPECT_EQ(op.p_packet_node, nullptr);
+        if (out != nullptr && r > 0) out->assign(buf, static_cast<size_t>(r));
+        return r;
+    };
+    std::string reply;
+    EXPECT_EQ(run1(op_for(100, FPGA, FRAME_WRITE, 0x70, 4), "ABCD"), 4);
+    EXPECT_EQ(run1(op_for(100, FPGA, FRAME_READ, 0x70, 4), "", &reply), 8);
+    EXPECT_EQ(reply.substr(4), "ABCD");
+    EXPECT_EQ(run1(op_for(100, MCU, FRAME_READ, 0x70, 4, 50)), kTimeout);
+    EXPECT_EQ(run1(op_for(2, MCU, FRAME_READ, 0x10, 4)), kRefused);  // channel not open
+    EXPECT_EQ(run1(op_for(100, FPGA, FRAME_WRITE, 0x10, 0), std::string(8969, 'x')), kTooLong);
+    EXPECT_EQ(sdk_request_run(nullptr, 0, nullptr, nullptr), kRefused);
+
+    transfer_op_t op = op_for(100, FPGA, FRAME_READ, 0x70, 4);
+    ASSERT_EQ(sdk_request(nullptr, 0, &op), 0);
+    EXPECT_TRUE(wait_until([&] { return sdk_request_get_state(&op) == PACKET_END; }));
+    EXPECT_EQ(sdk_request_wait(nullptr, &op), 8);
+
+    std::atomic<int> answered{0};
+    std::vector<std::thread> callers;
+    for (int t = 0; t < 3; ++t) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < 40; ++i)
+                answered += run1(op_for(100, FPGA, FRAME_READ, 0x70, 4, 2000)) == 8;
+        });
+    }
+    for (auto &c : callers)
+        c.join();
+    EXPECT_EQ(answered.load(), 120);
+}
+
 // Time-outs are elapsed times: a step of the wall clock while a request waits
 // neither ends it at once nor keeps it waiting far past its time.
 TEST_F(Engine, WallClockStepsDoNotMoveTimeOuts) {
