@@ -49,6 +49,7 @@ int run_modbus(const CaseContext &ctx, Metrics &m, bool hog) {
         return 1;
     }
     if (child == 0) {
+        place(0, Place::kPeer);
         serve(server, map, listen_fd);  // until the client closes its connection
         _exit(0);
     }

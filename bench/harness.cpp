@@ -166,7 +166,42 @@ int thread_id_named(const std::string &name) {
     return 0;
 }
 
+namespace {
+// Filled before any fork: the children only read them.
+bool g_placement = true;
+cpu_set_t g_allowed;
+int g_allowed_n = 0;
+int g_allowed_cpu[CPU_SETSIZE];
+
+void place_on(pid_t pid, int k) {
+    if (!g_placement || g_allowed_n < 2) return;
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(g_allowed_cpu[k % g_allowed_n], &one);
+    sched_setaffinity(pid, sizeof(one), &one);
+}
+}  // namespace
+
+void set_placement(bool on) {
+    g_placement = on;
+    CPU_ZERO(&g_allowed);
+    g_allowed_n = 0;
+    if (sched_getaffinity(0, sizeof(g_allowed), &g_allowed) != 0) return;
+    for (int c = 0; c < CPU_SETSIZE; ++c) {
+        if (CPU_ISSET(c, &g_allowed)) g_allowed_cpu[g_allowed_n++] = c;
+    }
+}
+
+void place(pid_t pid, Place where) {
+    place_on(pid, where == Place::kClient ? 0 : 1);
+}
+
+void place_hog(pid_t pid, int i) {
+    place_on(pid, i);
+}
+
 int usable_cpus() {
+    if (g_allowed_n > 0) return g_allowed_n;  // as start-up found them, before placement
     cpu_set_t set;
     CPU_ZERO(&set);
     if (sched_getaffinity(0, sizeof(set), &set) != 0) return 1;
@@ -186,6 +221,7 @@ bool CpuHogs::start(int n) {
             // Only async-signal-safe calls here: the parent may have threads.
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (getppid() != parent) _exit(0);
+            place_hog(0, i);
             volatile uint64_t spin = 0;
             for (;;)
                 spin = spin + 1;

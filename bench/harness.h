@@ -69,6 +69,21 @@ class CpuHogs {
 // CPUs this process may run on.
 int usable_cpus();
 
+// Where the processes of a run go, when at least two CPUs are usable and placement is on
+// (transfer_bench --placement on, the default): the measured case (engine, ping-pong or
+// libmodbus client, with all its threads) on the first, the boards' and the libmodbus
+// server's process on the second, hog i on CPU i. Left to the scheduler, whether a
+// round trip's peer lands on a CPU of its own or shares one with the client decided the
+// hog figures more than the code measured (the same case swung from 12k to 50k round
+// trips/s between rounds). Each process is placed the same way in every case.
+enum class Place { kClient, kPeer };
+void set_placement(bool on);
+// Places process pid (0: the calling one); nothing when placement is off or only one CPU
+// is usable. Async-signal-safe, for a child between fork and exec.
+void place(pid_t pid, Place where);
+// Places hog i (pid, 0: the calling process) on the i-th usable CPU.
+void place_hog(pid_t pid, int i);
+
 // Latency samples in nanoseconds; percentiles by nearest rank.
 class Latencies {
   public:
@@ -99,6 +114,7 @@ LoopResult timed_loop(double seconds, int warmup, size_t reserve, const std::fun
 
 // What a case gets: where to write, which configuration to load, how long to run.
 struct CaseContext {
+    bool placement = true;   // processes placed on CPUs (set_placement)
     std::string out_dir;     // results of this run
     std::string zlog_conf;   // logging configuration for sdk_log_init
     std::string udp_config;  // chassis with the UDP boards

@@ -4,7 +4,7 @@
 //
 //   transfer_bench --board-sim PATH [--out DIR] [--log-level error|info] [--seconds S]
 //                  [--idle-seconds S] [--rounds N] [--serial-device auto|sim|thread]
-//                  [--only CASE,...]
+//                  [--only CASE,...] [--placement on|off]
 //   transfer_bench --case NAME --metrics FILE <context options>   (one case; internal)
 #include <sys/stat.h>
 #include <unistd.h>
@@ -111,6 +111,8 @@ bool parse(int argc, char **argv, Options *o) {
             o->ctx.serial_config = v;
         else if (a == "--serial-link")
             o->ctx.serial_link = v;
+        else if (a == "--placement")
+            o->ctx.placement = v != "off";
         else
             return false;
     }
@@ -121,6 +123,8 @@ int run_one(const Options &o) {
     const auto it = kCases.find(o.case_name);
     if (it == kCases.end()) return 2;
     alarm(120);  // a hung case must not hold the run
+    set_placement(o.ctx.placement);
+    place(0, Place::kClient);
     Metrics m;
     const int rc = it->second(o.ctx, m);
     if (!write_metrics(o.metrics, m)) return 1;
@@ -221,6 +225,7 @@ int drive(Options o, const std::string &self) {
         sim_args.push_back("--pty");
         sim_args.push_back(ctx.serial_link);
     }
+    set_placement(ctx.placement);
     const pid_t sim = start_simulator(o.board_sim, sim_args);
     if (sim < 0) return 1;
 
@@ -233,6 +238,11 @@ int drive(Options o, const std::string &self) {
     report.settings["rounds"] =
         std::to_string(o.rounds) +
         " (figures of a case: its best run; ratios: the median of the round-by-round ratios)";
+    report.settings["placement"] =
+        ctx.placement && usable_cpus() >= 2
+            ? "measured case on the first usable CPU, boards and libmodbus server on the second, "
+              "hog i on CPU i (--placement off: the scheduler's choice)"
+            : "the scheduler's choice";
     report.settings["window"] = std::to_string(ctx.seconds) + " s per throughput case";
     int failures = 0;
     std::map<std::string, int> best_round;

@@ -47,6 +47,7 @@ pid_t start_simulator(const std::string &program, const std::vector<std::string>
     all.insert(all.end(), args.begin(), args.end());
     const pid_t pid = fork();
     if (pid == 0) {
+        place(0, Place::kPeer);
         dup2(out[1], STDOUT_FILENO);
         close(out[0]);
         close(out[1]);
@@ -101,7 +102,8 @@ std::vector<std::string> context_args(const CaseContext &ctx) {
             "--zlog",          ctx.zlog_conf,
             "--udp-config",    ctx.udp_config,
             "--serial-config", ctx.serial_config,
-            "--serial-link",   ctx.serial_link};
+            "--serial-link",   ctx.serial_link,
+            "--placement",     ctx.placement ? "on" : "off"};
 }
 
 bool run_case(const std::string &self, const std::string &name, const CaseContext &ctx,
