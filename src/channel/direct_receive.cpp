@@ -114,15 +114,11 @@ ChannelClaim::ChannelClaim(uint32_t n_channel) : n_channel_(n_channel) {
 }
 
 ChannelClaim::~ChannelClaim() {
-    release();
+    if (n_wake_ >= 0) {
+        g_owners[n_channel_].store(-1, std::memory_order_seq_cst);
+        receive_resume(Receiver::kNet, n_channel_, n_sock_);
+    }
     g_n_inside.fetch_sub(1, std::memory_order_seq_cst);
-}
-
-void ChannelClaim::release() {
-    if (n_wake_ < 0) return;
-    g_owners[n_channel_].store(-1, std::memory_order_seq_cst);
-    receive_resume(Receiver::kNet, n_channel_, n_sock_);
-    n_wake_ = -1;
 }
 
 void ChannelClaim::serve_until_released(InFlight *x) {

@@ -25,14 +25,12 @@ bool direct_receive_setup(bool b_make);
 class ChannelClaim {
   public:
     explicit ChannelClaim(uint32_t n_channel);
-    ~ChannelClaim();
+    ~ChannelClaim();  // the receive thread reads the channel again
     ChannelClaim(const ChannelClaim &) = delete;
     ChannelClaim &operator=(const ChannelClaim &) = delete;
     // Serves the channel until request x (one of its requests) is released; returns at
     // once when the hold was not taken (the caller then waits as usual).
     void serve_until_released(InFlight *x);
-    // Ends the hold (the destructor does too): the receive thread reads the channel again.
-    void release();
 
   private:
     uint32_t n_channel_;

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 
 #include "codec/codec.h"
 #include "common/clock.h"
@@ -148,7 +149,10 @@ class Registering {
     Registering &operator=(const Registering &) = delete;
 };
 
-int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
+// With `hold`, the caller waits at once (sdk_request_run): it takes its channel from the
+// receive thread (see ChannelClaim) before the frame can go out.
+int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op,
+                std::optional<sdk::ChannelClaim> *hold = nullptr) {
     if (op == nullptr) return sdk::kErrRefused;
     const Registering registering;
     // Settled: a request made while the engine stops is refused, like one for a channel
@@ -204,6 +208,7 @@ int32_t request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *op) {
         return n_ret;
     }
     fill_general(&p->p_packet, *op, st.frame.n_lable, ch, b_card ? &card : nullptr);
+    if (hold != nullptr) hold->emplace(ch);
     n_ret = register_request(x, b_card ? &card : nullptr);
     if (n_ret != sdk::kOk) {
         // Settled: every registration made so far has been undone; the record goes too.
@@ -222,54 +227,6 @@ packet_state wait_end(packet_data_t *p) {
 
 // The end of a wait, once the engine has let go of the request: the reply copied out, the
 // record freed.
-int32_t finish_wait(char *p_rbuf, transfer_op_t *p_st_header, packet_state s0);
-
-}  // namespace
-
-extern "C" {
-
-SDK_API int32_t sdk_request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *p_st_header) {
-    int32_t n_ret = request(p_wbuf, n_wbuflen, p_st_header);
-    TLOGD("sdk_request end %d ", n_ret);
-    return n_ret;
-}
-
-SDK_API int32_t sdk_request_wait(char *p_rbuf, transfer_op_t *p_st_header) {
-    TLOGI("start");
-    if (p_st_header == nullptr || p_st_header->p_packet_node == nullptr) {
-        TLOGD("p_st_header->p_packet_node == NULL ");
-        return 0;
-    }
-    packet_data_t *p = p_st_header->p_packet_node;
-    const packet_state s0 = sdk::state_load(&p->p_packet);
-    sdk::receive_until_released(sdk::inflight_of(p));
-    return finish_wait(p_rbuf, p_st_header, s0);
-}
-
-SDK_API int32_t sdk_request_run(char *p_wbuf, uint32_t n_wbuflen, char *p_rbuf,
-                                transfer_op_t *p_st_header) {
-    if (p_st_header == nullptr) return request(p_wbuf, n_wbuflen, p_st_header);
-    // The caller holds its channel before the frame goes out: the reply can only reach
-    // this thread, however soon it comes. No host code runs while the hold lasts, so no
-    // datagram of the channel waits for a reader longer than this call's own steps.
-    const int32_t n_id = sdk_get_transfer_map_id(*p_st_header);
-    const uint32_t n_channel =
-        n_id >= 0 && n_id < g_st_transfer.n_num ? static_cast<uint32_t>(n_id) : UINT32_MAX;
-    sdk::ChannelClaim claim(n_channel);
-    const int32_t n_ret = request(p_wbuf, n_wbuflen, p_st_header);
-    TLOGD("sdk_request end %d ", n_ret);
-    if (n_ret != sdk::kOk) return n_ret;
-    packet_data_t *p = p_st_header->p_packet_node;
-    const packet_state s0 = sdk::state_load(&p->p_packet);
-    claim.serve_until_released(sdk::inflight_of(p));
-    claim.release();  // before any sleep on the request: others may read the channel now
-    return finish_wait(p_rbuf, p_st_header, s0);
-}
-
-}  // extern "C"
-
-namespace {
-
 int32_t finish_wait(char *p_rbuf, transfer_op_t *p_st_header, packet_state s0) {
     packet_data_t *p = p_st_header->p_packet_node;
     pthread_mutex_lock(&p->st_wait_lock);
@@ -299,6 +256,42 @@ int32_t finish_wait(char *p_rbuf, transfer_op_t *p_st_header, packet_state s0) {
 }  // namespace
 
 extern "C" {
+
+SDK_API int32_t sdk_request(char *p_wbuf, uint32_t n_wbuflen, transfer_op_t *p_st_header) {
+    int32_t n_ret = request(p_wbuf, n_wbuflen, p_st_header);
+    TLOGD("sdk_request end %d ", n_ret);
+    return n_ret;
+}
+
+SDK_API int32_t sdk_request_wait(char *p_rbuf, transfer_op_t *p_st_header) {
+    TLOGI("start");
+    if (p_st_header == nullptr || p_st_header->p_packet_node == nullptr) {
+        TLOGD("p_st_header->p_packet_node == NULL ");
+        return 0;
+    }
+    packet_data_t *p = p_st_header->p_packet_node;
+    const packet_state s0 = sdk::state_load(&p->p_packet);
+    sdk::receive_until_released(sdk::inflight_of(p));
+    return finish_wait(p_rbuf, p_st_header, s0);
+}
+
+SDK_API int32_t sdk_request_run(char *p_wbuf, uint32_t n_wbuflen, char *p_rbuf,
+                                transfer_op_t *p_st_header) {
+    // The caller holds its channel before the frame goes out: the reply can only reach
+    // this thread, however soon it comes. No host code runs while the hold lasts, so no
+    // datagram of the channel waits for a reader longer than this call's own steps.
+    std::optional<sdk::ChannelClaim> hold;
+    const int32_t n_ret = request(p_wbuf, n_wbuflen, p_st_header, &hold);
+    TLOGD("sdk_request end %d ", n_ret);
+    if (n_ret != sdk::kOk) return n_ret;
+    packet_data_t *p = p_st_header->p_packet_node;
+    const packet_state s0 = sdk::state_load(&p->p_packet);
+    if (hold) {
+        hold->serve_until_released(sdk::inflight_of(p));
+        hold.reset();  // before any sleep on the request: others may read the channel now
+    }
+    return finish_wait(p_rbuf, p_st_header, s0);
+}
 
 SDK_API int32_t sdk_request_get_state(transfer_op_t *p_st_header) {
     TLOGI("start!");

@@ -141,6 +141,12 @@ local function add_checksum(tvb, tree, offset, computed, f_value, f_calc, f_stat
     return right
 end
 
+-- The checksum of the whole frame, in its last two bytes.
+local function add_frame_checksum(tvb, tree, frame_len)
+    return add_checksum(tvb, tree, frame_len - 2, byte_sum(tvb, 0, frame_len - 2), F.checksum,
+                        F.checksum_calc, F.checksum_status)
+end
+
 -- Requests seen, by label and direction: "label from>to" gives the frame and whether it
 -- was a poll. Kinds given, by frame number: the GUI dissects frames again, in any order.
 local requests = {}
@@ -190,8 +196,7 @@ local function address_body(tvb, tree, body, frame_len)
     sub:add_le(body == 1 and F.tag or F.addr, tvb(22, 4))
     sub:add_le(F.err_code, tvb(26, 2))
     add_data(tvb, sub, F.data_len, 28, 30, frame_len - 32)
-    add_checksum(tvb, tree, frame_len - 2, byte_sum(tvb, 0, frame_len - 2), F.checksum,
-                 F.checksum_calc, F.checksum_status)
+    add_frame_checksum(tvb, tree, frame_len)
     return string.format("%s 0x%08x, %d data bytes", body == 1 and "tag" or "address",
                          tvb(22, 4):le_uint(), tvb(28, 2):le_uint())
 end
@@ -219,8 +224,7 @@ local function card_request_body(tvb, tree, frame_len)
     end
     add_checksum(tvb, tree, 34 + n, (byte_sum(tvb, 22, 12 + n) + CARD_SUM_BIAS) % 65536,
                  F.card_checksum, F.card_checksum_calc, F.card_checksum_status)
-    add_checksum(tvb, tree, frame_len - 2, byte_sum(tvb, 0, frame_len - 2), F.checksum,
-                 F.checksum_calc, F.checksum_status)
+    add_frame_checksum(tvb, tree, frame_len)
     return string.format("card %d behind port %d, register 0x%08x, %d bytes",
                          tvb(24, 2):le_uint(), tvb(23, 1):uint(), tvb(28, 4):le_uint(),
                          tvb(32, 2):le_uint())
@@ -233,8 +237,7 @@ local function card_reply_body(tvb, tree, frame_len)
         return "too short"
     end
     add_data(tvb, tree, F.data_len, 22, 24, frame_len - 26)
-    add_checksum(tvb, tree, frame_len - 2, byte_sum(tvb, 0, frame_len - 2), F.checksum,
-                 F.checksum_calc, F.checksum_status)
+    add_frame_checksum(tvb, tree, frame_len)
     return string.format("port %d, %d data bytes", tvb(12, 2):le_uint(), tvb(22, 2):le_uint())
 end
 
