@@ -15,9 +15,6 @@ namespace board_sim {
 namespace {
 
 constexpr size_t kMaxDatagram = 65536;
-// One datagram per readiness: the wait is level-triggered, so a board with more waiting
-// is reported ready again, in turn with the others; no read ends in EAGAIN.
-constexpr int kDatagramsPerWakeup = 1;
 
 class UdpTransport : public Transport {
   public:
@@ -28,15 +25,15 @@ class UdpTransport : public Transport {
 
     int fd() const override { return fd_; }
 
+    // One datagram per readiness: the wait is level-triggered, so a board with more waiting
+    // is reported ready again, in turn with the others, and no read ends in EAGAIN.
     void receive(const FrameSink &sink) override {
-        for (int i = 0; i < kDatagramsPerWakeup; ++i) {
-            sockaddr_in from{};
-            socklen_t from_len = sizeof from;
-            ssize_t n = recvfrom(fd_, buf_.data(), buf_.size(), 0,
-                                 reinterpret_cast<sockaddr *>(&from), &from_len);
-            if (n < 0) return;  // EAGAIN, or an ICMP error of an earlier send
-            sink(buf_.data(), static_cast<size_t>(n), from);
-        }
+        sockaddr_in from{};
+        socklen_t from_len = sizeof from;
+        const ssize_t n = recvfrom(fd_, buf_.data(), buf_.size(), 0,
+                                   reinterpret_cast<sockaddr *>(&from), &from_len);
+        if (n < 0) return;  // EAGAIN, or an ICMP error of an earlier send
+        sink(buf_.data(), static_cast<size_t>(n), from);
     }
 
     bool send(const uint8_t *frame, size_t n, const sockaddr_in &to) override {
